@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# Installs what the build and the tests need, and nothing when everything is there.
+# Debian/Ubuntu through apt (only missing packages), macOS through Homebrew.
+set -euo pipefail
+
+DEB_PACKAGES=(
+    g++ make cmake ninja-build pkg-config
+    qt6-base-dev libplist-dev
+)
+BREW_PACKAGES=(cmake ninja pkg-config qt libplist)
+
+missing_deb() {
+    local pkg
+    for pkg in "${DEB_PACKAGES[@]}"; do
+        if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed'; then
+            printf '%s\n' "$pkg"
+        fi
+    done
+}
+
+install_deb() {
+    local missing
+    mapfile -t missing < <(missing_deb)
+    [ "${#missing[@]}" -eq 0 ] && return 0
+    echo "install-deps: installing ${missing[*]}" >&2
+    local cmd=(env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}")
+    if [ "$(id -u)" -eq 0 ]; then
+        apt-get update -q && "${cmd[@]}"
+    elif command -v sudo >/dev/null 2>&1 && sudo -n true 2>/dev/null; then
+        sudo apt-get update -q && sudo "${cmd[@]}"
+    else
+        echo "install-deps: cannot install as this user; run as root:" >&2
+        echo "  apt-get install -y --no-install-recommends ${missing[*]}" >&2
+        return 1
+    fi
+}
+
+install_brew() {
+    if ! command -v brew >/dev/null 2>&1; then
+        echo "install-deps: Homebrew is needed on macOS (https://brew.sh), then:" >&2
+        echo "  brew install ${BREW_PACKAGES[*]}" >&2
+        return 1
+    fi
+    local pkg missing=()
+    for pkg in "${BREW_PACKAGES[@]}"; do
+        brew list --versions "$pkg" >/dev/null 2>&1 || missing+=("$pkg")
+    done
+    [ "${#missing[@]}" -eq 0 ] && return 0
+    echo "install-deps: brew install ${missing[*]}" >&2
+    HOMEBREW_NO_AUTO_UPDATE=1 brew install "${missing[@]}"
+}
+
+case "$(uname -s)" in
+Linux)
+    if ! command -v dpkg-query >/dev/null 2>&1; then
+        echo "install-deps: not a Debian/Ubuntu system; install by hand: ${DEB_PACKAGES[*]}" >&2
+        exit 1
+    fi
+    install_deb
+    ;;
+Darwin) install_brew ;;
+*)
+    echo "install-deps: unsupported system $(uname -s)" >&2
+    exit 1
+    ;;
+esac

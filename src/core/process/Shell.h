@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <optional>
+
+// Runs one program to completion and returns its standard output. Synchronous: call it
+// from worker threads only.
+namespace Shell {
+
+// The child's environment is ours with PATH, HOMEBREW_NO_AUTO_UPDATE=1 and
+// HOMEBREW_NO_ENV_HINTS=1 fixed, then `env` laid over it. Standard input is inherited;
+// standard error is drained and thrown away. After `timeoutSeconds` the child gets
+// SIGTERM. nullopt when the program cannot start or its output is not valid UTF-8; the
+// exit status is never judged.
+std::optional<QString> run(const QString &executable, const QStringList &arguments,
+                           const QMap<QString, QString> &env = {}, double timeoutSeconds = 30.0);
+
+// The search path every child gets unless the caller overrides PATH.
+inline constexpr const char *kFixedPath = "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin";
+
+} // namespace Shell

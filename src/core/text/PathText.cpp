@@ -1,0 +1,70 @@
+#include "core/text/PathText.h"
+
+#include <QDir>
+#include <QList>
+
+namespace PathText {
+namespace {
+
+QStringView withoutTrailingSlashes(const QString &path)
+{
+    QStringView view(path);
+    while (view.size() > 1 && view.endsWith(u'/'))
+        view.chop(1);
+    return view;
+}
+
+} // namespace
+
+QString standardized(const QString &path)
+{
+    const QString absolute = path.startsWith(u'/') ? path : QDir::currentPath() + u'/' + path;
+    QList<QStringView> parts;
+    for (QStringView segment : QStringView(absolute).split(u'/')) {
+        if (segment.isEmpty() || segment == u".")
+            continue;
+        if (segment == u"..") {
+            if (!parts.isEmpty())
+                parts.removeLast();
+            continue;
+        }
+        parts.append(segment);
+    }
+    if (parts.isEmpty())
+        return QStringLiteral("/");
+    QString result;
+    for (QStringView part : parts) {
+        result += u'/';
+        result += part;
+    }
+    return result;
+}
+
+QString lastComponent(const QString &path)
+{
+    const QStringView view = withoutTrailingSlashes(path);
+    if (view == u"/")
+        return {};
+    return view.mid(view.lastIndexOf(u'/') + 1).toString();
+}
+
+QString extension(const QString &path)
+{
+    const QString name = lastComponent(path);
+    const qsizetype dot = name.lastIndexOf(u'.');
+    return dot < 0 ? QString() : name.mid(dot + 1);
+}
+
+QString parentFolder(const QString &path)
+{
+    QStringView view = withoutTrailingSlashes(path);
+    const qsizetype slash = view.lastIndexOf(u'/');
+    if (slash < 0)
+        return QStringLiteral(".");
+    view.truncate(slash);
+    while (view.size() > 1 && view.endsWith(u'/'))
+        view.chop(1);
+    return view.isEmpty() ? QStringLiteral("/") : view.toString();
+}
+
+} // namespace PathText

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QString>
+
+// Moving one item to the user's Trash. The move either lands inside a Trash or fails and
+// leaves the item where it was; it never copies, never deletes, never lands elsewhere.
+namespace Platform {
+
+enum class TrashFailure {
+    none,
+    missing,          // the item does not exist
+    permissionDenied, // the item or the Trash cannot be written
+    noTrash,          // no usable Trash on the item's volume (includes cross-device moves)
+    nameTooLong,
+    other,            // see errorCode / systemText
+};
+
+struct TrashMove
+{
+    bool moved = false;
+    QString trashedPath;    // absolute path inside the Trash; empty when the system does not say
+    TrashFailure failure = TrashFailure::none;
+    int errorCode = 0;      // errno behind the failure, when there is one
+    QString systemText;     // the system's own localised description, when it offers one
+};
+
+// A symbolic link is moved as the link itself, also when the path ends in "/".
+TrashMove moveToTrash(const QString &path);
+
+// The folder holding the home Trash's items: ~/.Trash on macOS, the XDG home Trash's
+// files/ on Linux. It may not exist yet.
+QString homeTrashItemsPath();
+
+} // namespace Platform
