@@ -1,0 +1,109 @@
+#include "core/process/Shell.h"
+
+#include <QByteArray>
+#include <QDeadlineTimer>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QStringDecoder>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace Shell {
+namespace {
+
+// How long a child that ignores SIGTERM may linger before it gets SIGKILL. Not something a
+// caller asks for: it is there so that no program, however stubborn, can hang a caller.
+constexpr qint64 kKillGraceMs = 5000;
+
+// The longest single wait. Waiting in short slices lets us empty the stderr buffer as we
+// go, so a child flooding stderr costs a bounded amount of memory, and lets us act on the
+// deadlines without an event loop.
+constexpr qint64 kSliceMs = 100;
+
+QProcessEnvironment childEnvironment(const QMap<QString, QString> &overrides)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"PATH"_s, QString::fromLatin1(kFixedPath));
+    env.insert(u"HOMEBREW_NO_AUTO_UPDATE"_s, u"1"_s);
+    env.insert(u"HOMEBREW_NO_ENV_HINTS"_s, u"1"_s);
+    for (auto it = overrides.cbegin(); it != overrides.cend(); ++it)
+        env.insert(it.key(), it.value());
+    return env;
+}
+
+QDeadlineTimer deadlineAfter(double seconds)
+{
+    if (std::isinf(seconds) && seconds > 0)
+        return QDeadlineTimer(QDeadlineTimer::Forever);
+    // NaN and negative limits count as "already over"; absurdly large ones are capped so
+    // the conversion to milliseconds cannot overflow.
+    const double ms = seconds > 0 ? std::ceil(std::min(seconds, 1e12) * 1000.0) : 0.0;
+    return QDeadlineTimer(static_cast<qint64>(ms));
+}
+
+std::optional<QString> decodeUtf8(const QByteArray &bytes)
+{
+    // Stateless, so that a sequence cut off at the very end counts as an error instead of
+    // being held back for input that will never come.
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder.decode(bytes);
+    if (decoder.hasError())
+        return std::nullopt;
+    return text;
+}
+
+} // namespace
+
+std::optional<QString> run(const QString &executable, const QStringList &arguments,
+                           const QMap<QString, QString> &env, double timeoutSeconds)
+{
+    QDeadlineTimer deadline = deadlineAfter(timeoutSeconds);
+
+    QProcess process;
+    process.setProgram(executable);
+    process.setArguments(arguments);
+    process.setProcessEnvironment(childEnvironment(env));
+    process.setProcessChannelMode(QProcess::SeparateChannels);
+    process.setInputChannelMode(QProcess::ForwardedInputChannel);
+    process.start(QIODevice::ReadOnly);
+    // Whether exec succeeded is known as soon as the child either execs or fails, so this
+    // never waits for long; a failure must not cost the caller the whole time limit.
+    if (!process.waitForStarted(-1))
+        return std::nullopt;
+
+    QByteArray output;
+    bool terminated = false;
+    bool killed = false;
+    QDeadlineTimer killDeadline;
+    while (process.state() != QProcess::NotRunning) {
+        if (!terminated && deadline.hasExpired()) {
+            process.terminate();
+            terminated = true;
+            killDeadline.setRemainingTime(kKillGraceMs);
+        } else if (terminated && !killed && killDeadline.hasExpired()) {
+            process.kill();
+            killed = true;
+        }
+
+        qint64 wait = kSliceMs;
+        if (!terminated)
+            wait = std::min(wait, deadline.remainingTime());
+        else if (!killed)
+            wait = std::min(wait, killDeadline.remainingTime());
+        // A remaining time of -1 means "forever", which the slice already bounds.
+        if (wait < 0)
+            wait = kSliceMs;
+        process.waitForFinished(static_cast<int>(wait));
+
+        output += process.readAllStandardOutput();
+        process.readAllStandardError();
+    }
+    output += process.readAllStandardOutput();
+
+    return decodeUtf8(output);
+}
+
+} // namespace Shell
