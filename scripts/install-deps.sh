@@ -5,9 +5,9 @@ set -euo pipefail
 
 DEB_PACKAGES=(
     g++ make cmake ninja-build pkg-config
-    qt6-base-dev libplist-dev
+    qt6-base-dev libplist-dev libicu-dev
 )
-BREW_PACKAGES=(cmake ninja pkg-config qt libplist)
+BREW_PACKAGES=(cmake ninja pkg-config qt libplist icu4c)
 
 missing_deb() {
     local pkg
