@@ -1,0 +1,27 @@
+#include "platform/Workspace.h"
+
+#import <AppKit/AppKit.h>
+
+// AppKit documents both sharedWorkspace and runningApplications as safe from any thread,
+// the list being returned atomically, so worker threads ask directly. The list changes
+// only while the main run loop runs in a common mode, so a process whose main thread
+// never spins its run loop may be handed a stale list.
+QList<Platform::RunningApplication> Platform::runningApplications()
+{
+    QList<RunningApplication> running;
+    @autoreleasepool {
+        NSArray<NSRunningApplication *> *applications =
+            [[NSWorkspace sharedWorkspace] runningApplications];
+        running.reserve(qsizetype(applications.count));
+        for (NSRunningApplication *application in applications) {
+            RunningApplication entry;
+            // nil without an Info.plist, or without a bundle at all.
+            if (NSString *identifier = application.bundleIdentifier)
+                entry.bundleIdentifier = QString::fromNSString(identifier);
+            if (NSString *path = application.bundleURL.path)
+                entry.bundlePath = QString::fromNSString(path);
+            running.append(entry);
+        }
+    }
+    return running;
+}
