@@ -1,0 +1,124 @@
+#include "core/cleanup/CleanScanners.h"
+
+#include "core/cleanup/LeftoverRules.h"
+#include "core/cleanup/ScanPrimitives.h"
+#include "core/text/L10n.h"
+
+#include <QDir>
+#include <algorithm>
+#include <array>
+
+using namespace Qt::StringLiterals;
+
+namespace Cleaner {
+namespace {
+
+// Where applications keep per-identifier data in ~/Library, with the label people see
+// and the ending a name must have (and loses) before it is tested.
+struct LibraryFolder
+{
+    const char *folder;
+    const char *english;
+    const char *chinese;
+    const char *ending;
+};
+
+constexpr std::array<LibraryFolder, 9> kLibraryFolders{{
+    {"Containers", "Container", "容器", nullptr},
+    {"Group Containers", "Group container", "共享容器", nullptr},
+    {"Preferences", "Preferences", "偏好设置", ".plist"},
+    {"Caches", "Cache", "缓存", nullptr},
+    {"Saved Application State", "Saved state", "窗口状态", ".savedState"},
+    {"HTTPStorages", "HTTP storage", "网络存储", nullptr},
+    {"WebKit", "WebKit data", "WebKit 数据", nullptr},
+    {"Application Scripts", "Scripts", "脚本", nullptr},
+    {"Logs", "Logs", "日志", nullptr},
+}};
+
+QStringList bundlePaths(const QStringList &folders, const AppScanServices &services)
+{
+    using ScanPrimitives::Hidden;
+    QStringList paths;
+    for (const QString &folder : folders) {
+        for (const QString &name : ScanPrimitives::entryNames(folder, Hidden::keep)) {
+            const QString path = folder + u'/' + name;
+            if (name.endsWith(u".app"_s)) {
+                paths.append(path);
+                continue;
+            }
+            for (const QString &inner : ScanPrimitives::entryNames(path, Hidden::keep)) {
+                if (inner.endsWith(u".app"_s))
+                    paths.append(path + u'/' + inner);
+            }
+        }
+    }
+    const std::optional<QString> found = ScanPrimitives::runTool(
+        services.mdfind, {u"kMDItemContentType == 'com.apple.application-bundle'"_s}, 20.0);
+    if (found)
+        paths += found->split(u'\n', Qt::SkipEmptyParts);
+    return paths;
+}
+
+} // namespace
+
+QStringList defaultInstalledAppFolders()
+{
+    return {u"/Applications"_s,
+            u"/Applications/Utilities"_s,
+            u"/System/Applications"_s,
+            u"/System/Applications/Utilities"_s,
+            u"/System/Library/CoreServices"_s,
+            QDir::homePath() + u"/Applications"_s};
+}
+
+QSet<QString> installedBundleIDs(const QStringList &folders, const AppScanServices &services)
+{
+    QStringList paths = bundlePaths(folders, services);
+    paths.removeDuplicates();
+    QSet<QString> ids;
+    for (const QString &path : std::as_const(paths)) {
+        if (std::optional<QString> id = ScanPrimitives::infoString(path, "CFBundleIdentifier"))
+            ids.insert(*id);
+    }
+    const QList<Platform::RunningApplication> running =
+        services.running ? *services.running : Platform::runningApplications();
+    for (const Platform::RunningApplication &app : running) {
+        if (!app.bundleIdentifier.isEmpty())
+            ids.insert(app.bundleIdentifier);
+    }
+    return ids;
+}
+
+QList<CleanItem> leftovers(const QStringList &appFolders, const AppScanServices &services)
+{
+    const KnownApps known = KnownApps::from(installedBundleIDs(appFolders, services));
+    const QString library = QDir::homePath() + u"/Library/"_s;
+    QList<CleanItem> items;
+    for (const LibraryFolder &place : kLibraryFolders) {
+        const QString folder = QString::fromUtf8(place.folder);
+        const QString subtitle =
+            L10n::pick(QString::fromUtf8(place.english), QString::fromUtf8(place.chinese)) +
+            u" · ~/Library/"_s + folder;
+        const QString ending = place.ending ? QString::fromUtf8(place.ending) : QString();
+        for (const QString &name : ScanPrimitives::entryNames(library + folder)) {
+            if (!ending.isEmpty() && !name.endsWith(ending))
+                continue;
+            const QString tested = name.left(name.size() - ending.size());
+            if (tested.isEmpty() || owned(tested, known))
+                continue;
+            const QString path = library + folder + u'/' + name;
+            if (const std::optional<qint64> bytes = ScanPrimitives::entrySize(path))
+                items.append(
+                    {path, name, subtitle, *bytes, CleanCategory::leftovers, CleanMethod::trash});
+        }
+    }
+    // By title, so that one application's remains in the different folders sit together.
+    std::stable_sort(items.begin(), items.end(), [](const CleanItem &a, const CleanItem &b) {
+        if (a.title != b.title)
+            return a.title < b.title;
+        return a.bytes > b.bytes;
+    });
+    return items;
+}
+
+} // namespace Cleaner

@@ -1,0 +1,124 @@
+#include "core/cleanup/ScanPrimitives.h"
+
+#include "core/disk/DiskScanner.h"
+#include "core/plist/PlistReader.h"
+#include "core/process/Shell.h"
+#include "core/text/PathText.h"
+#include "core/util/Utf8.h"
+
+#include <QDir>
+#include <QFile>
+#include <algorithm>
+#include <cstring>
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace ScanPrimitives {
+
+QStringList entryNames(const QString &folder, Hidden hidden)
+{
+    QStringList names;
+    const QByteArray native = QFile::encodeName(folder);
+    DIR *dir = native.isEmpty() ? nullptr : opendir(native.constData());
+    if (!dir)
+        return names;
+    while (const dirent *d = readdir(dir)) {
+        const char *name = d->d_name;
+        if (name[0] == '.') {
+            if (hidden == Hidden::drop || name[1] == 0 || (name[1] == '.' && name[2] == 0))
+                continue;
+        }
+        const size_t length = std::strlen(name);
+        if (!Utf8::isValid(name, length))
+            continue;
+        names.append(QString::fromUtf8(name, qsizetype(length)));
+    }
+    closedir(dir);
+    return names;
+}
+
+QStringList children(const QString &folder)
+{
+    QStringList paths = entryNames(folder);
+    for (QString &name : paths)
+        name.prepend(folder + u'/');
+    return paths;
+}
+
+std::optional<qint64> entrySize(const QString &path)
+{
+    const qint64 bytes = DiskScanner::itemSize(path);
+    if (bytes <= 0)
+        return std::nullopt;
+    return bytes;
+}
+
+QString tildePath(const QString &path)
+{
+    const QString home = QDir::homePath();
+    if (home.isEmpty() || home == u"/"_s)
+        return path;
+    if (path == home)
+        return u"~"_s;
+    if (path.startsWith(home) && path.at(home.size()) == u'/')
+        return u'~' + path.mid(home.size());
+    return path;
+}
+
+QString inHome(const QString &relative)
+{
+    QStringView rest(relative);
+    if (rest.startsWith(u'~'))
+        rest = rest.mid(1);
+    if (rest.startsWith(u'/'))
+        rest = rest.mid(1);
+    return QDir::homePath() + u'/' + rest.toString();
+}
+
+std::optional<CleanItem> measuredItem(const QString &path, CleanCategory category,
+                                      CleanMethod method)
+{
+    const std::optional<qint64> bytes = entrySize(path);
+    if (!bytes)
+        return std::nullopt;
+    return CleanItem{path,
+                     PathText::lastComponent(path),
+                     tildePath(PathText::parentFolder(path)),
+                     *bytes,
+                     category,
+                     method};
+}
+
+void sortBySize(QList<CleanItem> &items)
+{
+    std::stable_sort(items.begin(), items.end(),
+                     [](const CleanItem &a, const CleanItem &b) { return a.bytes > b.bytes; });
+}
+
+std::optional<QString> infoString(const QString &bundlePath, const char *key)
+{
+    const std::optional<QVariantMap> info =
+        PlistReader::readDictionary(bundlePath + u"/Contents/Info.plist"_s);
+    if (!info)
+        return std::nullopt;
+    const QVariant value = info->value(QString::fromLatin1(key));
+    if (value.typeId() != QMetaType::QString)
+        return std::nullopt;
+    return value.toString();
+}
+
+std::optional<QString> runTool(const QString &tool, const QStringList &arguments,
+                               double timeoutSeconds)
+{
+    const QByteArray native = QFile::encodeName(tool);
+    struct stat st;
+    if (native.isEmpty() || stat(native.constData(), &st) != 0 || !S_ISREG(st.st_mode) ||
+        access(native.constData(), X_OK) != 0)
+        return std::nullopt;
+    return Shell::run(tool, arguments, {}, timeoutSeconds);
+}
+
+} // namespace ScanPrimitives

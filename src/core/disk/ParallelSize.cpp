@@ -1,0 +1,105 @@
+#include "core/disk/ParallelSize.h"
+
+#include "core/disk/DiskWalker.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+namespace ParallelSize {
+namespace {
+
+// Folders waiting for a thread. Kept short: once it is full, a thread walks what it finds
+// itself, so open folders stay bounded by threads × depth plus this many.
+constexpr size_t kQueueLimit = 64;
+
+struct Shared
+{
+    std::mutex mutex;
+    std::condition_variable wake;
+    std::deque<int> queue;
+    int busy = 0;
+    std::atomic<long long> total{0};
+};
+
+void walkFolder(Shared &shared, int fd, int depth, long long &sum)
+{
+    DIR *dir = fdopendir(fd);
+    if (!dir) {
+        ::close(fd);
+        return;
+    }
+    const int dirFd = dirfd(dir);
+    struct stat st;
+    while (const dirent *d = readdir(dir)) {
+        const char *name = d->d_name;
+        if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
+            continue;
+        unsigned char type = d->d_type;
+        if (type == DT_REG || type == DT_UNKNOWN) {
+            if (fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+                continue;
+            type = DiskWalker::typeOf(st);
+            if (type == DT_REG)
+                sum += (long long)st.st_blocks * 512;
+        }
+        if (type != DT_DIR || depth >= DiskWalker::kMaxDepth)
+            continue;
+        const int child = DiskWalker::openFolder(dirFd, name);
+        if (child < 0)
+            continue;
+        {
+            std::unique_lock lock(shared.mutex);
+            if (shared.queue.size() < kQueueLimit) {
+                shared.queue.push_back(child);
+                lock.unlock();
+                shared.wake.notify_one();
+                continue;
+            }
+        }
+        walkFolder(shared, child, depth + 1, sum);
+    }
+    closedir(dir);
+}
+
+void worker(Shared &shared)
+{
+    long long sum = 0;
+    std::unique_lock lock(shared.mutex);
+    for (;;) {
+        shared.wake.wait(lock, [&] { return !shared.queue.empty() || shared.busy == 0; });
+        if (shared.queue.empty())
+            break; // nothing queued and nobody busy who could queue more
+        const int fd = shared.queue.front();
+        shared.queue.pop_front();
+        ++shared.busy;
+        lock.unlock();
+        walkFolder(shared, fd, 1, sum);
+        lock.lock();
+        --shared.busy;
+        if (shared.busy == 0 && shared.queue.empty())
+            shared.wake.notify_all();
+    }
+    shared.total += sum;
+}
+
+} // namespace
+
+long long sum(int rootFd, int threads)
+{
+    if (rootFd < 0)
+        return 0;
+    Shared shared;
+    shared.queue.push_back(rootFd);
+    std::vector<std::thread> helpers;
+    for (int i = 1; i < threads; ++i)
+        helpers.emplace_back([&shared] { worker(shared); });
+    worker(shared);
+    for (auto &helper : helpers)
+        helper.join();
+    return shared.total.load();
+}
+
+} // namespace ParallelSize

@@ -1,0 +1,11 @@
+#include "core/health/SystemStats.h"
+
+#include "platform/Volume.h"
+
+DiskUsage SystemStats::diskUsage(const QString &path)
+{
+    const auto capacity = Platform::volumeCapacity(path);
+    if (!capacity || capacity->total <= 0)
+        return {};
+    return {capacity->total, capacity->available};
+}
