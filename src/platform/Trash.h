@@ -12,16 +12,16 @@ enum class TrashFailure {
     permissionDenied, // the item or the Trash cannot be written
     noTrash,          // no usable Trash on the item's volume (includes cross-device moves)
     nameTooLong,
-    other,            // see errorCode / systemText
+    other, // see errorCode / systemText
 };
 
 struct TrashMove
 {
     bool moved = false;
-    QString trashedPath;    // absolute path inside the Trash; empty when the system does not say
+    QString trashedPath; // absolute path inside the Trash; empty when the system does not say
     TrashFailure failure = TrashFailure::none;
-    int errorCode = 0;      // errno behind the failure, when there is one
-    QString systemText;     // the system's own localised description, when it offers one
+    int errorCode = 0;  // errno behind the failure, when there is one
+    QString systemText; // the system's own localised description, when it offers one
 };
 
 // A symbolic link is moved as the link itself, also when the path ends in "/".
