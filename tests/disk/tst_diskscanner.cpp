@@ -7,6 +7,7 @@
 
 #include <QProcess>
 #include <QtTest>
+#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -67,6 +68,7 @@ private Q_SLOTS:
     void linksAreNotFollowed();
     void cancelStopsTheWalk();
     void badInput();
+    void hugeFolder();
     void trash();
     void categories();
     void largeFileRules();
@@ -198,6 +200,29 @@ void DiskScannerTest::badInput()
     ::close(deep);
     ::close(fd);
     QCOMPARE(DiskScanner::directorySize(home(u"b"_s)), expected);
+}
+
+void DiskScannerTest::hugeFolder()
+{
+    // 100,000 entries in one folder: every walk finishes and counts each entry once.
+    QDir().mkpath(home(u"huge"_s));
+    const int fd = ::open(QFile::encodeName(home(u"huge"_s)).constData(), O_RDONLY | O_DIRECTORY);
+    QVERIFY(fd >= 0);
+    char name[16];
+    for (int i = 0; i < 100'000; ++i) {
+        std::snprintf(name, sizeof name, "%d", i);
+        const int file = ::openat(fd, name, O_WRONLY | O_CREAT, 0644);
+        QVERIFY(file >= 0);
+        ::close(file);
+    }
+    ::close(fd);
+    const qint64 one = makeFile(home(u"huge/zz-data"_s), 3000);
+    QCOMPARE(DiskScanner::directorySize(home(u"huge"_s)), one);
+    QList<qint64> reports;
+    const auto found = DiskScanner::largeFiles(one, [&](qint64 n) { reports.append(n); });
+    QCOMPARE(found.size(), 1);
+    QTRY_COMPARE(reports.size(), 50);
+    QCOMPARE(reports.last(), 100'000);
 }
 
 void DiskScannerTest::trash()
