@@ -21,7 +21,7 @@ test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
 run: build
-	$(BUILD)/src/cli/quorvel-cli --help
+	$(BUILD)/src/cli/quorvel-cli scan cleanup
 
 bench: build
 	@echo "no benchmarks yet"

@@ -1,12 +1,22 @@
 #!/usr/bin/env bash
 # Installs what the build and the tests need, and nothing when everything is there.
 # Debian/Ubuntu through apt (only missing packages), macOS through Homebrew.
+# --bench adds the peer tools `make bench` measures against (Debian/Ubuntu only).
 set -euo pipefail
 
 DEB_PACKAGES=(
     g++ make cmake ninja-build pkg-config
     qt6-base-dev libplist-dev libicu-dev
 )
+for arg in "$@"; do
+    case "$arg" in
+    --bench) DEB_PACKAGES+=(gdu time) ;;
+    *)
+        echo "install-deps: unknown option $arg (only --bench)" >&2
+        exit 2
+        ;;
+    esac
+done
 BREW_PACKAGES=(cmake ninja pkg-config qt libplist icu4c)
 
 missing_deb() {

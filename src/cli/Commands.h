@@ -10,10 +10,15 @@ namespace Commands {
 struct Command
 {
     const char *name;
-    const char *summary;
+    const char16_t *summaryEn;
+    const char16_t *summaryZh;
     int (*run)(const QStringList &arguments);
 };
 
 int check(const QStringList &arguments);
+int scan(const QStringList &arguments);
+int clean(const QStringList &arguments);
+int overview(const QStringList &arguments);
+int trash(const QStringList &arguments);
 
 } // namespace Commands

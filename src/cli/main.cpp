@@ -1,26 +1,43 @@
 #include "Commands.h"
 #include "Output.h"
 
+#include "core/text/L10n.h"
+
 #include <QCoreApplication>
 #include <array>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-constexpr std::array<Commands::Command, 1> kCommands{{
-    {"check", "ask the safety guard whether paths may be moved to the Trash", &Commands::check},
+constexpr std::array<Commands::Command, 5> kCommands{{
+    {"scan", u"list what a clean-up page would offer", u"列出清理页面会提供的项目",
+     &Commands::scan},
+    {"clean", u"move a clean-up page's selection to the Trash", u"把清理页面勾选的项目移到废纸篓",
+     &Commands::clean},
+    {"overview", u"show disk usage and the Trash", u"显示磁盘使用情况和废纸篓",
+     &Commands::overview},
+    {"trash", u"show or empty the Trash", u"显示或清空废纸篓", &Commands::trash},
+    {"check", u"ask the safety guard whether paths may be moved to the Trash",
+     u"询问安全检查能否把路径移到废纸篓", &Commands::check},
 }};
 
 QString help()
 {
-    QString text = QStringLiteral("usage: quorvel-cli COMMAND [OPTIONS]\n"
-                                  "       quorvel-cli --help | --version\n\n"
-                                  "Commands:\n");
+    QString text = L10n::pick(u"usage: quorvel-cli COMMAND [OPTIONS]\n"
+                              u"       quorvel-cli --help | --version\n\nCommands:\n"_s,
+                              u"用法：quorvel-cli COMMAND [OPTIONS]\n"
+                              u"      quorvel-cli --help | --version\n\n命令：\n"_s);
     for (const auto &command : kCommands) {
-        text += QStringLiteral("  ") + QString::fromLatin1(command.name).leftJustified(10) +
-                QString::fromLatin1(command.summary) + u'\n';
+        text += u"  "_s + QString::fromLatin1(command.name).leftJustified(10) +
+                L10n::pick(QString::fromUtf16(command.summaryEn),
+                           QString::fromUtf16(command.summaryZh)) +
+                u'\n';
     }
-    text += QStringLiteral("\nEvery command takes --help and --json. Exit status: 0 success, "
-                           "1 some items refused or skipped, 2 bad usage.\n");
+    text += L10n::pick(u"\nEvery command takes --help and --json. Exit status: 0 success, "
+                       u"1 some items refused or skipped, 2 bad usage.\n"_s,
+                       u"\n每个命令都接受 --help 和 --json。退出状态：0 成功，"
+                       u"1 有项目被拒绝或跳过，2 用法错误。\n"_s);
     return text;
 }
 
@@ -47,6 +64,7 @@ int main(int argc, char **argv)
         if (name == QLatin1String(command.name))
             return command.run(arguments);
     }
-    Output::err(QStringLiteral("quorvel-cli: unknown command ") + name + QStringLiteral("\n\n") + help());
+    Output::err(u"quorvel-cli: "_s + L10n::pick(u"unknown command "_s, u"未知命令 "_s) + name +
+                u"\n\n"_s + help());
     return Output::kUsage;
 }

@@ -31,4 +31,17 @@ TrashMove moveToTrash(const QString &path);
 // files/ on Linux. It may not exist yet.
 QString homeTrashItemsPath();
 
+struct TrashEmptying
+{
+    bool emptied = true;
+    int remaining = 0;         // entries that could not be removed (Linux)
+    bool scriptFailed = false; // the system's emptying reported an error (macOS)
+    QString systemText;        // its own message, when it gave one
+};
+
+// Empties the user's home Trash: the only true deletion in the whole system. On Linux it
+// removes the entries of files/ and their info files and nothing else, never following a
+// link and never acting outside the Trash folder.
+TrashEmptying emptyTrash();
+
 } // namespace Platform

@@ -14,4 +14,11 @@ struct RunningApplication
 // The user's running applications; none where the system has no such notion (Linux).
 QList<RunningApplication> runningApplications();
 
+// Shows the system's privacy settings at the Full Disk Access list; nothing where the
+// system has no such list (Linux).
+void openFullDiskAccessSettings();
+
+// Opens the App Store's updates page; nothing where there is no App Store (Linux).
+void openAppStoreUpdates();
+
 } // namespace Platform

@@ -69,6 +69,15 @@ void CliTest::helpAndVersion_data()
     QTest::newRow("--version") << QStringList{u"--version"_s} << u"quorvel-cli 0."_s;
     QTest::newRow("check --help") << QStringList{u"check"_s, u"--help"_s}
                                   << u"usage: quorvel-cli check --category"_s;
+    QTest::newRow("help lists scan") << QStringList{u"--help"_s} << u"\n  scan "_s;
+    QTest::newRow("scan --help") << QStringList{u"scan"_s, u"--help"_s}
+                                 << u"usage: quorvel-cli scan PAGE"_s;
+    QTest::newRow("clean -h") << QStringList{u"clean"_s, u"-h"_s}
+                              << u"usage: quorvel-cli clean PAGE"_s;
+    QTest::newRow("overview --help")
+        << QStringList{u"overview"_s, u"--help"_s} << u"usage: quorvel-cli overview"_s;
+    QTest::newRow("trash --help") << QStringList{u"trash"_s, u"--empty"_s, u"--help"_s}
+                                  << u"usage: quorvel-cli trash"_s;
 }
 
 void CliTest::helpAndVersion()
@@ -92,11 +101,25 @@ void CliTest::usageErrors_data()
     QTest::newRow("unknown category")
         << QStringList{u"check"_s, u"--category"_s, u"LargeFiles"_s, u"/x"_s}
         << u"unknown category LargeFiles"_s;
-    QTest::newRow("no path") << QStringList{u"check"_s, u"--category"_s, u"logs"_s}
-                             << u"no path"_s;
+    QTest::newRow("no path") << QStringList{u"check"_s, u"--category"_s, u"logs"_s} << u"no path"_s;
     QTest::newRow("unknown option")
         << QStringList{u"check"_s, u"--category"_s, u"logs"_s, u"--jsn"_s, u"/x"_s}
         << u"unknown option --jsn"_s;
+    QTest::newRow("overview is no clean-up page")
+        << QStringList{u"scan"_s, u"overview"_s} << u"unknown page overview"_s;
+    QTest::newRow("page in the wrong case")
+        << QStringList{u"clean"_s, u"Cleanup"_s, u"--yes"_s} << u"unknown page Cleanup"_s;
+    QTest::newRow("no page") << QStringList{u"scan"_s, u"--json"_s} << u"exactly one PAGE"_s;
+    QTest::newRow("two pages") << QStringList{u"clean"_s, u"cleanup"_s, u"leftovers"_s}
+                               << u"exactly one PAGE"_s;
+    QTest::newRow("clean option on scan")
+        << QStringList{u"scan"_s, u"cleanup"_s, u"--yes"_s} << u"unknown option --yes"_s;
+    QTest::newRow("--only without a path")
+        << QStringList{u"clean"_s, u"cleanup"_s, u"--yes"_s, u"--only"_s} << u"--only needs"_s;
+    QTest::newRow("overview argument")
+        << QStringList{u"overview"_s, u"x"_s} << u"unexpected argument x"_s;
+    QTest::newRow("trash option") << QStringList{u"trash"_s, u"--emtpy"_s}
+                                  << u"unknown option --emtpy"_s;
 }
 
 void CliTest::usageErrors()
@@ -114,11 +137,12 @@ void CliTest::checkText()
 {
     const QString cache = m_home->path() + u"/Library/Caches/../Caches/com.x/"_s;
     const QString mail = m_home->path() + u"/Library/Caches/../Mail/x"_s;
-    const Run run = cli({u"check"_s, u"--category"_s, u"userCache"_s, cache, mail,
-                         u"-"_s, u"--"_s, u"--odd"_s});
+    const Run run = cli(
+        {u"check"_s, u"--category"_s, u"userCache"_s, cache, mail, u"-"_s, u"--"_s, u"--odd"_s});
     QCOMPARE(run.status, 1);
     // Arguments are echoed exactly as given, one line each, in order.
-    QCOMPARE(run.out, cache + u"\tallowed\n"_s + mail + u"\trefused\tprotected location — refused\n"_s +
+    QCOMPARE(run.out, cache + u"\tallowed\n"_s + mail +
+                          u"\trefused\tprotected location — refused\n"_s +
                           u"-\trefused\toutside your home folder — refused\n"_s +
                           u"--odd\trefused\toutside your home folder — refused\n"_s);
 
@@ -148,8 +172,8 @@ void CliTest::checkJson()
 
 void CliTest::everyCategoryIsValid()
 {
-    for (const char *raw : {"userCache", "logs", "ai", "developer", "leftovers", "largeFiles",
-                            "unusedApps"}) {
+    for (const char *raw :
+         {"userCache", "logs", "ai", "developer", "leftovers", "largeFiles", "unusedApps"}) {
         const Run run = cli({u"check"_s, u"--category"_s, QString::fromLatin1(raw), u"/etc"_s});
         QVERIFY2(run.status == 1, raw);
         QVERIFY2(run.out.startsWith(u"/etc\trefused\t"_s), qPrintable(run.out));
@@ -158,8 +182,8 @@ void CliTest::everyCategoryIsValid()
 
 void CliTest::chinese()
 {
-    const Run run = cli({u"check"_s, u"--category"_s, u"logs"_s, u"/etc/hosts"_s},
-                        u"zh_CN.UTF-8"_s);
+    const Run run =
+        cli({u"check"_s, u"--category"_s, u"logs"_s, u"/etc/hosts"_s}, u"zh_CN.UTF-8"_s);
     QCOMPARE(run.status, 1);
     QCOMPARE(run.out, u"/etc/hosts\trefused\t不在个人文件夹内，拒绝\n"_s);
 }

@@ -6,6 +6,7 @@
 #include "core/text/L10n.h"
 #include "core/util/MainThread.h"
 #include "platform/Trash.h"
+#include "platform/Workspace.h"
 
 #include <QDir>
 #include <QFile>
@@ -114,6 +115,23 @@ std::optional<TrashSize> trashSize()
     }
     closedir(dir);
     return size;
+}
+
+std::optional<QString> emptyTrash()
+{
+    const Platform::TrashEmptying result = Platform::emptyTrash();
+    if (result.emptied)
+        return std::nullopt;
+    if (result.scriptFailed)
+        return result.systemText.isEmpty() ? u"AppleScript error"_s : result.systemText;
+    const QString n = QString::number(result.remaining);
+    return L10n::pick(u"The Trash could not be emptied completely: "_s + n + u" item(s) remain."_s,
+                      u"废纸篓未能完全清空：还剩 "_s + n + u" 项。"_s);
+}
+
+void openFullDiskAccessSettings()
+{
+    Platform::openFullDiskAccessSettings();
 }
 
 QStringList defaultApplicationFolders()

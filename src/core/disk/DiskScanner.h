@@ -52,6 +52,11 @@ QList<DiskCategory> categories(const NameProgress &progress,
 // on the main thread.
 QList<CleanItem> largeFiles(qint64 minBytes, const CountProgress &progress);
 
+// Empties the home Trash; nullopt on success, else a message for the user.
+std::optional<QString> emptyTrash();
+// Shows where the user grants Full Disk Access (nothing on Linux).
+void openFullDiskAccessSettings();
+
 // /Applications and ~/Applications, the folders the overview counts as applications.
 QStringList defaultApplicationFolders();
 

@@ -8,4 +8,10 @@ QList<RunningApplication> runningApplications()
     return {};
 }
 
+// Linux has no per-app file access list to show.
+void openFullDiskAccessSettings() {}
+
+// There is no App Store to open on Linux.
+void openAppStoreUpdates() {}
+
 } // namespace Platform

@@ -1,0 +1,138 @@
+#include "CommandLine.h"
+#include "Commands.h"
+#include "Confirm.h"
+#include "ModelRunner.h"
+#include "Output.h"
+#include "TrashReport.h"
+
+#include "core/models/OverviewModel.h"
+#include "core/text/L10n.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace Commands {
+namespace {
+
+QString usage()
+{
+    return L10n::pick(
+        u"usage: quorvel-cli trash [--empty] [--yes] [--json]\n"
+        u"Shows the size of the Trash; --empty deletes its contents for good "
+        u"after asking (--yes: do not ask).\n"_s,
+        u"用法：quorvel-cli trash [--empty] [--yes] [--json]\n"
+        u"显示废纸篓的大小；--empty 在确认后永久删除其中的内容（--yes：不询问）。\n"_s);
+}
+
+// The model's own words for a successful emptying.
+QString emptiedText()
+{
+    return L10n::pick(u"Trash emptied."_s, u"已清空。"_s);
+}
+
+QString jsonReport(const OverviewModel &model, const std::optional<QString> &message)
+{
+    const auto &size = model.trash();
+    const QJsonObject root{
+        {u"bytes"_s, size ? QJsonValue(size->bytes) : QJsonValue()},
+        {u"count"_s, size ? QJsonValue(size->count) : QJsonValue()},
+        {u"message"_s, message ? QJsonValue(*message) : QJsonValue()},
+    };
+    return QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Indented));
+}
+
+QString figuresLine(const OverviewModel &model)
+{
+    return L10n::pick(u"Trash — "_s, u"废纸篓 — "_s) + TrashReport::figures(model) + u'\n';
+}
+
+// Empties through the model and returns once its outcome and the fresh figures after it
+// are both in.
+QString empty(OverviewModel &model)
+{
+    model.emptyTrash();
+    const std::optional<QString> inProgress = model.trashMsg();
+    bool answered = false;
+    bool refreshed = false;
+    ModelRunner::waitUntil(
+        model, [&] { return refreshed; },
+        [&] {
+            // The outcome comes first, then the model measures the Trash again by itself.
+            if (answered)
+                refreshed = true;
+            else
+                answered = model.trashMsg() != inProgress;
+        });
+    return model.trashMsg().value_or(QString());
+}
+
+} // namespace
+
+int trash(const QStringList &arguments)
+{
+    const CommandLine::Parsed args =
+        CommandLine::parse(arguments, {{u"--json"_s, u"--empty"_s, u"--yes"_s}, {}});
+    if (args.help) {
+        Output::out(usage());
+        return Output::kOk;
+    }
+    if (args.problem)
+        return CommandLine::usageError("trash", *args.problem, usage());
+    if (!args.positional.isEmpty()) {
+        return CommandLine::usageError("trash",
+                                       L10n::pick(u"unexpected argument "_s, u"多余的参数 "_s) +
+                                           args.positional.first(),
+                                       usage());
+    }
+    const bool json = args.switches.contains(u"--json"_s);
+    const bool emptying = args.switches.contains(u"--empty"_s);
+    const bool yes = args.switches.contains(u"--yes"_s);
+    if (emptying && !Confirm::possible(yes)) {
+        Output::err(u"quorvel-cli trash: "_s + Confirm::refusal() + u'\n');
+        return Output::kUsage;
+    }
+
+    OverviewModel model;
+    TrashReport::refresh(model);
+    if (!json)
+        Output::out(figuresLine(model));
+    if (!emptying) {
+        if (json)
+            Output::out(jsonReport(model, std::nullopt));
+        return Output::kOk;
+    }
+    if (model.trash() && model.trash()->count == 0) {
+        const QString already =
+            L10n::pick(u"The Trash is already empty."_s, u"废纸篓已经是空的。"_s);
+        Output::out(json ? jsonReport(model, already) : already + u'\n');
+        return Output::kOk;
+    }
+
+    const QString question =
+        model.trash() ? L10n::pick(u"Delete the "_s, u"要永久删除废纸篓中的 "_s) +
+                            TrashReport::figures(model) +
+                            L10n::pick(u" in the Trash for good? This cannot be undone."_s,
+                                       u" 吗？此操作无法撤销。"_s)
+                      : L10n::pick(u"Empty the Trash for good? This cannot be undone."_s,
+                                   u"要永久清空废纸篓吗？此操作无法撤销。"_s);
+    switch (Confirm::ask(question, yes)) {
+    case Confirm::Answer::yes:
+        break;
+    case Confirm::Answer::noTerminal:
+        Output::err(u"quorvel-cli trash: "_s + Confirm::refusal() + u'\n');
+        return Output::kUsage;
+    case Confirm::Answer::no: {
+        const QString kept = L10n::pick(u"The Trash was not emptied."_s, u"废纸篓未清空。"_s);
+        Output::out(json ? jsonReport(model, kept) : kept + u'\n');
+        return Output::kSomeRefused;
+    }
+    }
+
+    const QString message = empty(model);
+    Output::out(json ? jsonReport(model, message) : message + u'\n' + figuresLine(model));
+    return message == emptiedText() ? Output::kOk : Output::kSomeRefused;
+}
+
+} // namespace Commands

@@ -1,0 +1,242 @@
+#include "core/models/CleanModel.h"
+
+#include "core/cleanup/CleanScanners.h"
+#include "core/disk/DiskScanner.h"
+#include "core/text/Fmt.h"
+#include "core/text/L10n.h"
+#include "core/util/Background.h"
+#include "core/util/MainThread.h"
+
+#include <QPointer>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+bool preselected(CleanCategory category)
+{
+    return category != CleanCategory::largeFiles && category != CleanCategory::leftovers &&
+           category != CleanCategory::unusedApps;
+}
+
+// The model's categories in scan order: the AI-tool and developer scans, which claim
+// folders inside the caches folder, move ahead of the user-cache scan; the rest keep
+// their order ([userCache, logs, ai, developer] is scanned ai, developer, userCache, logs).
+QList<CleanCategory> scanOrder(const QList<CleanCategory> &categories)
+{
+    const qsizetype cache = categories.indexOf(CleanCategory::userCache);
+    if (cache < 0)
+        return categories;
+    QList<CleanCategory> order = categories.mid(0, cache);
+    QList<CleanCategory> rest;
+    for (CleanCategory c : categories.mid(cache + 1)) {
+        if (c == CleanCategory::ai || c == CleanCategory::developer)
+            order.append(c);
+        else
+            rest.append(c);
+    }
+    order.append(CleanCategory::userCache);
+    return order + rest;
+}
+
+} // namespace
+
+CleanModel::Services CleanModel::Services::real()
+{
+    Services s;
+    s.userCaches = [](const QSet<QString> &excluding) { return Cleaner::userCaches(excluding); };
+    s.logs = [] { return Cleaner::logs(); };
+    s.aiClutter = [] { return Cleaner::aiClutter(); };
+    s.developerJunk = [] { return Cleaner::developerJunk(); };
+    s.leftovers = [] { return Cleaner::leftovers(); };
+    s.unusedApps = [](int days) { return Cleaner::unusedApps(days); };
+    s.largeFiles = [](qint64 minBytes, std::function<void(qint64)> progress) {
+        return DiskScanner::largeFiles(minBytes, progress);
+    };
+    s.remove = [](const QList<CleanItem> &items) { return Cleaner::remove(items); };
+    return s;
+}
+
+CleanModel::CleanModel(QList<CleanCategory> categories, Services services, QObject *parent)
+    : QObject(parent), m_categories(std::move(categories)), m_services(std::move(services))
+{}
+
+QList<CleanItem> CleanModel::selectedItems() const
+{
+    QList<CleanItem> result;
+    for (const CleanItem &item : m_items) {
+        if (m_selected.contains(item.path))
+            result.append(item);
+    }
+    return result;
+}
+
+QList<CleanItem> CleanModel::items(CleanCategory category) const
+{
+    QList<CleanItem> result;
+    for (const CleanItem &item : m_items) {
+        if (item.category == category)
+            result.append(item);
+    }
+    return result;
+}
+
+void CleanModel::setSelected(const QSet<QString> &paths)
+{
+    if (paths == m_selected)
+        return;
+    m_selected = paths;
+    Q_EMIT changed();
+}
+
+void CleanModel::setSelected(const QString &path, bool on)
+{
+    if (on == m_selected.contains(path))
+        return;
+    if (on)
+        m_selected.insert(path);
+    else
+        m_selected.remove(path);
+    Q_EMIT changed();
+}
+
+void CleanModel::setProgress(const QString &text)
+{
+    m_progress = text;
+    Q_EMIT changed();
+}
+
+void CleanModel::scan()
+{
+    if (m_scanning)
+        return;
+    m_scanning = true;
+    m_message.reset();
+    m_progress.clear();
+    Q_EMIT changed();
+
+    QPointer<CleanModel> self(this);
+    Background::run([self, order = scanOrder(m_categories), services = m_services] {
+        QList<CleanItem> found;
+        QSet<QString> claimed;
+        for (CleanCategory category : order) {
+            MainThread::post([self, text = title(category)] {
+                if (self)
+                    self->setProgress(text);
+            });
+            QList<CleanItem> items;
+            switch (category) {
+            case CleanCategory::userCache:
+                items = services.userCaches(claimed);
+                break;
+            case CleanCategory::logs:
+                items = services.logs();
+                break;
+            case CleanCategory::ai:
+                items = services.aiClutter();
+                break;
+            case CleanCategory::developer:
+                items = services.developerJunk();
+                break;
+            case CleanCategory::leftovers:
+                items = services.leftovers();
+                break;
+            case CleanCategory::unusedApps:
+                items = services.unusedApps(kUnusedDays);
+                break;
+            case CleanCategory::largeFiles:
+                // Reports may come from any thread; each becomes its own main-thread step.
+                items = services.largeFiles(kLargeFileBytes, [self](qint64 visited) {
+                    MainThread::post([self, visited] {
+                        if (self)
+                            self->setProgress(QString::number(visited));
+                    });
+                });
+                break;
+            }
+            if (category == CleanCategory::ai || category == CleanCategory::developer) {
+                for (const CleanItem &item : std::as_const(items))
+                    claimed.insert(item.path);
+            }
+            found += items;
+        }
+        MainThread::post([self, found = std::move(found)]() mutable {
+            if (self)
+                self->finishScan(std::move(found));
+        });
+    });
+}
+
+void CleanModel::finishScan(QList<CleanItem> found)
+{
+    m_items = std::move(found);
+    m_selected.clear();
+    for (const CleanItem &item : std::as_const(m_items)) {
+        if (preselected(item.category))
+            m_selected.insert(item.path);
+    }
+    m_scanning = false;
+    m_scanned = true;
+    Q_EMIT changed();
+}
+
+void CleanModel::clean()
+{
+    const QList<CleanItem> taken = selectedItems();
+    if (taken.isEmpty())
+        return;
+    m_scanning = true;
+    m_progress = L10n::pick(u"Removing…"_s, u"正在删除…"_s);
+    Q_EMIT changed();
+
+    QPointer<CleanModel> self(this);
+    Background::run([self, taken, remove = m_services.remove] {
+        const Cleaner::Result result = remove(taken);
+        MainThread::post([self, taken, result] {
+            if (self)
+                self->finishClean(taken, result);
+        });
+    });
+}
+
+QSet<QString> CleanModel::failedPaths(const QList<CleanItem> &taken, const QStringList &failures)
+{
+    QSet<QString> failed;
+    for (const QString &line : failures) {
+        for (const CleanItem &item : taken) {
+            if (line.startsWith(item.title + u':')) {
+                failed.insert(item.path);
+                break;
+            }
+        }
+    }
+    return failed;
+}
+
+QString CleanModel::summary(const Cleaner::Result &result)
+{
+    const QString n = QString::number(result.count);
+    const QString size = Fmt::bytes(result.bytes);
+    QString text = L10n::pick(u"Moved "_s + n + u" item(s) ("_s + size + u") to the Trash."_s,
+                              u"已把 "_s + n + u" 项（"_s + size + u"）移到废纸篓。"_s);
+    if (!result.failures.isEmpty()) {
+        text += u'\n' + L10n::pick(u"Skipped:"_s, u"已跳过："_s) + u'\n' +
+                result.failures.mid(0, 5).join(u'\n');
+    }
+    return text;
+}
+
+void CleanModel::finishClean(const QList<CleanItem> &taken, const Cleaner::Result &result)
+{
+    const QSet<QString> failed = failedPaths(taken, result.failures);
+    QSet<QString> moved;
+    for (const CleanItem &item : taken) {
+        if (!failed.contains(item.path))
+            moved.insert(item.path);
+    }
+    m_items.removeIf([&](const CleanItem &item) { return moved.contains(item.path); });
+    m_selected -= moved;
+    m_message = summary(result);
+    m_scanning = false;
+    Q_EMIT changed();
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "core/cleanup/CleanItem.h"
+#include "core/cleanup/Cleaner.h"
+
+#include <QList>
+#include <QObject>
+#include <QSet>
+#include <QString>
+#include <functional>
+#include <optional>
+
+// The state behind one clean-up page: runs its categories' scanners off the main thread,
+// publishes the items with the default selection, and hands the selection to the removal.
+// Every published field is written on the main thread; `changed()` follows each write.
+class CleanModel final : public QObject
+{
+    Q_OBJECT
+
+public:
+    // The scanners and the removal, replaceable for tests. Each runs on a worker thread.
+    struct Services
+    {
+        std::function<QList<CleanItem>(const QSet<QString> &excluding)> userCaches;
+        std::function<QList<CleanItem>()> logs;
+        std::function<QList<CleanItem>()> aiClutter;
+        std::function<QList<CleanItem>()> developerJunk;
+        std::function<QList<CleanItem>()> leftovers;
+        std::function<QList<CleanItem>(int days)> unusedApps;
+        std::function<QList<CleanItem>(qint64 minBytes, std::function<void(qint64)> progress)>
+            largeFiles;
+        std::function<Cleaner::Result(const QList<CleanItem> &)> remove;
+
+        static Services real();
+    };
+
+    static constexpr qint64 kLargeFileBytes = 500LL * 1024 * 1024;
+    static constexpr int kUnusedDays = 180;
+
+    explicit CleanModel(QList<CleanCategory> categories, Services services = Services::real(),
+                        QObject *parent = nullptr);
+
+    const QList<CleanCategory> &categories() const { return m_categories; }
+    const QList<CleanItem> &items() const { return m_items; }
+    const QSet<QString> &selected() const { return m_selected; }
+    bool scanning() const { return m_scanning; }
+    const QString &progress() const { return m_progress; }
+    const std::optional<QString> &message() const { return m_message; }
+    bool scanned() const { return m_scanned; }
+
+    // Items whose path is selected, in list order.
+    QList<CleanItem> selectedItems() const;
+    QList<CleanItem> items(CleanCategory category) const;
+
+    // The page edits the selection directly.
+    void setSelected(const QSet<QString> &paths);
+    void setSelected(const QString &path, bool on);
+
+    // Starts a scan unless one (or a removal) is running. Returns at once.
+    void scan();
+    // Moves the selected items to the Trash; nothing when nothing is selected.
+    void clean();
+
+    // The removal summary: moved count and size, then at most five skipped lines.
+    static QString summary(const Cleaner::Result &result);
+    // The taken items a failure line belongs to: the first whose title and ":" start it.
+    static QSet<QString> failedPaths(const QList<CleanItem> &taken, const QStringList &failures);
+
+Q_SIGNALS:
+    void changed();
+
+private:
+    void finishScan(QList<CleanItem> found);
+    void finishClean(const QList<CleanItem> &taken, const Cleaner::Result &result);
+    void setProgress(const QString &text);
+
+    QList<CleanCategory> m_categories;
+    Services m_services;
+    QList<CleanItem> m_items;
+    QSet<QString> m_selected;
+    bool m_scanning = false;
+    QString m_progress;
+    std::optional<QString> m_message;
+    bool m_scanned = false;
+};

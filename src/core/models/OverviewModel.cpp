@@ -1,0 +1,93 @@
+#include "core/models/OverviewModel.h"
+
+#include "core/text/L10n.h"
+#include "core/util/Background.h"
+#include "core/util/MainThread.h"
+
+#include <QPointer>
+
+using namespace Qt::StringLiterals;
+
+OverviewModel::Services OverviewModel::Services::real()
+{
+    Services s;
+    s.categories = [](const DiskScanner::NameProgress &progress) {
+        return DiskScanner::categories(progress);
+    };
+    s.trashSize = [] { return DiskScanner::trashSize(); };
+    s.emptyTrash = [] { return DiskScanner::emptyTrash(); };
+    return s;
+}
+
+OverviewModel &OverviewModel::shared()
+{
+    static OverviewModel *instance = new OverviewModel; // lives as long as the process
+    return *instance;
+}
+
+OverviewModel::OverviewModel(Services services, QObject *parent)
+    : QObject(parent), m_services(std::move(services))
+{}
+
+void OverviewModel::scan()
+{
+    if (m_scanning)
+        return;
+    m_scanning = true;
+    m_progress.clear();
+    Q_EMIT changed();
+
+    QPointer<OverviewModel> self(this);
+    Background::run([self, categories = m_services.categories] {
+        // Each name becomes its own main-thread step, whichever thread reports it.
+        const auto progress = [self](const QString &name) {
+            MainThread::post([self, name] {
+                if (!self)
+                    return;
+                self->m_progress = name;
+                Q_EMIT self->changed();
+            });
+        };
+        QList<DiskCategory> result = categories(progress);
+        MainThread::post([self, result = std::move(result)]() mutable {
+            if (!self)
+                return;
+            self->m_cats = std::move(result);
+            self->m_scanning = false;
+            Q_EMIT self->changed();
+        });
+    });
+}
+
+void OverviewModel::refreshTrash()
+{
+    QPointer<OverviewModel> self(this);
+    Background::run([self, trashSize = m_services.trashSize] {
+        const std::optional<TrashSize> size = trashSize();
+        MainThread::post([self, size] {
+            if (!self)
+                return;
+            self->m_trash = size;
+            self->m_trashUnreadable = !size.has_value();
+            Q_EMIT self->changed();
+        });
+    });
+}
+
+void OverviewModel::emptyTrash()
+{
+    m_trashMsg = L10n::pick(u"Emptying…"_s, u"正在清空…"_s);
+    Q_EMIT changed();
+
+    QPointer<OverviewModel> self(this);
+    Background::run([self, empty = m_services.emptyTrash] {
+        const std::optional<QString> error = empty();
+        MainThread::post([self, error] {
+            if (!self)
+                return;
+            self->m_trashMsg = error ? *error : L10n::pick(u"Trash emptied."_s, u"已清空。"_s);
+            Q_EMIT self->changed();
+            self->refreshTrash();
+        });
+    });
+}

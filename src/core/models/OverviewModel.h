@@ -1,0 +1,54 @@
+#pragma once
+
+#include "core/disk/DiskScanner.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <functional>
+#include <optional>
+
+// The state behind the overview page: the disk slices, the Trash's figures and the
+// outcome of emptying it. One per process; fields are written on the main thread only.
+class OverviewModel final : public QObject
+{
+    Q_OBJECT
+
+public:
+    // The measurements and the emptying, replaceable for tests; each runs on a worker.
+    struct Services
+    {
+        std::function<QList<DiskCategory>(const DiskScanner::NameProgress &)> categories;
+        std::function<std::optional<TrashSize>()> trashSize;
+        std::function<std::optional<QString>()> emptyTrash;
+
+        static Services real();
+    };
+
+    static OverviewModel &shared();
+    explicit OverviewModel(Services services = Services::real(), QObject *parent = nullptr);
+
+    const QList<DiskCategory> &cats() const { return m_cats; }
+    bool scanning() const { return m_scanning; }
+    const QString &progress() const { return m_progress; }
+    const std::optional<TrashSize> &trash() const { return m_trash; }
+    bool trashUnreadable() const { return m_trashUnreadable; }
+    const std::optional<QString> &trashMsg() const { return m_trashMsg; }
+
+    // All return at once; results arrive later on the main thread.
+    void scan();
+    void refreshTrash();
+    void emptyTrash();
+
+Q_SIGNALS:
+    void changed();
+
+private:
+    Services m_services;
+    QList<DiskCategory> m_cats;
+    bool m_scanning = false;
+    QString m_progress;
+    std::optional<TrashSize> m_trash;
+    bool m_trashUnreadable = false;
+    std::optional<QString> m_trashMsg;
+};
