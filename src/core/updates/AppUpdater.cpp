@@ -1,0 +1,154 @@
+#include "core/updates/AppUpdater.h"
+
+#include "core/text/L10n.h"
+#include "core/util/Background.h"
+#include "core/util/MainThread.h"
+#include "platform/Workspace.h"
+
+#include <QCollator>
+#include <QPointer>
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+// What one scan carries between its main-thread steps.
+struct AppUpdater::ScanState
+{
+    bool zh = false;
+    QList<OutdatedApp> found; // completion order
+    QList<AppInfo> inventory;
+    qsizetype next = 0;
+    int inFlight = 0;
+};
+
+AppUpdater::Services AppUpdater::Services::real()
+{
+    Services s;
+    s.brewOutdated = [] { return AppUpdater::brewOutdated(); };
+    s.applications = [] { return AppUpdater::applications(); };
+    s.checkAppStore = [](const AppInfo &app, Finding done) {
+        AppUpdater::checkAppStore(app, std::move(done));
+    };
+    s.checkSparkle = [](const AppInfo &app, const QUrl &feed, Finding done) {
+        AppUpdater::checkSparkle(app, feed, std::move(done));
+    };
+    s.brewPath = [] { return AppUpdater::brewPath(); };
+    s.upgrade = [](const OutdatedApp &app) { return AppUpdater::runBrewUpgrade(app); };
+    return s;
+}
+
+AppUpdater::AppUpdater(QObject *parent) : AppUpdater(Services::real(), parent) {}
+
+AppUpdater::AppUpdater(Services services, QObject *parent)
+    : QObject(parent), m_services(std::move(services))
+{}
+
+void AppUpdater::openAppStoreUpdates()
+{
+    Platform::openAppStoreUpdates();
+}
+
+void AppUpdater::scan()
+{
+    if (m_scanning)
+        return;
+    m_scanning = true;
+    m_items.clear();
+    m_checkedCount = 0;
+    auto state = std::make_shared<ScanState>();
+    state->zh = L10n::isZh(); // one language for every message of this scan
+    m_status = state->zh ? u"正在检查 Homebrew…"_s : u"Checking Homebrew…"_s;
+    Q_EMIT changed();
+
+    QPointer<AppUpdater> self(this);
+    Background::runProcess([self, state, brewOutdated = m_services.brewOutdated] {
+        QList<OutdatedApp> records = brewOutdated();
+        MainThread::post([self, state, records = std::move(records)]() mutable {
+            if (!self)
+                return;
+            state->found = std::move(records);
+            state->inventory = self->m_services.applications();
+            self->m_status = state->zh ? u"正在检查 App Store 和应用自带更新…"_s
+                                       : u"Checking App Store and in-app updaters…"_s;
+            Q_EMIT self->changed();
+            if (state->inventory.isEmpty()) {
+                self->finishScan(state);
+                return;
+            }
+            while (state->inFlight < kMaxChecks && state->next < state->inventory.size())
+                self->startCheck(state);
+        });
+    });
+}
+
+void AppUpdater::startCheck(const std::shared_ptr<ScanState> &state)
+{
+    const AppInfo app = state->inventory.at(state->next++);
+    ++state->inFlight;
+    QPointer<AppUpdater> self(this);
+    Finding done = [self, state](std::optional<OutdatedApp> finding) {
+        if (!self)
+            return;
+        --state->inFlight;
+        ++self->m_checkedCount;
+        if (finding)
+            state->found.append(std::move(*finding));
+        Q_EMIT self->changed();
+        if (state->next < state->inventory.size())
+            self->startCheck(state);
+        else if (state->inFlight == 0)
+            self->finishScan(state);
+    };
+    if (app.mas) {
+        m_services.checkAppStore(app, std::move(done));
+        return;
+    }
+    const QUrl feed = app.feed ? QUrl(*app.feed, QUrl::StrictMode) : QUrl();
+    if (app.feed && !app.feed->isEmpty() && feed.isValid()) {
+        m_services.checkSparkle(app, feed, std::move(done));
+        return;
+    }
+    // Nothing to check; it still holds its slot until the loop comes round.
+    QMetaObject::invokeMethod(
+        this, [done = std::move(done)] { done(std::nullopt); }, Qt::QueuedConnection);
+}
+
+void AppUpdater::finishScan(const std::shared_ptr<ScanState> &state)
+{
+    QCollator collator;
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    QList<OutdatedApp> sorted = state->found;
+    std::stable_sort(sorted.begin(), sorted.end(), [&](const OutdatedApp &a, const OutdatedApp &b) {
+        return collator.compare(a.name, b.name) < 0;
+    });
+    m_items = std::move(sorted);
+    const QString n = QString::number(m_items.size());
+    if (m_items.isEmpty())
+        m_status = state->zh ? u"所有应用都是最新版。"_s : u"Everything is up to date."_s;
+    else
+        m_status = state->zh ? u"有 "_s + n + u" 个更新"_s : n + u" update(s) available"_s;
+    m_scanning = false;
+    Q_EMIT changed();
+}
+
+void AppUpdater::brewUpgrade(const OutdatedApp &app)
+{
+    if (!m_services.brewPath())
+        return;
+    const bool zh = L10n::isZh();
+    m_status = zh ? u"正在升级 "_s + app.name + u"…"_s : u"Upgrading "_s + app.name + u"…"_s;
+    Q_EMIT changed();
+
+    QPointer<AppUpdater> self(this);
+    Background::runProcess([self, app, zh, upgrade = m_services.upgrade] {
+        const QString output = upgrade(app).value_or(QString());
+        MainThread::post([self, app, zh, output] {
+            if (!self)
+                return;
+            self->m_log = output;
+            self->m_items.removeIf([&](const OutdatedApp &row) { return row.id == app.id; });
+            self->m_status = zh ? u"已升级："_s + app.name : u"Done: "_s + app.name;
+            Q_EMIT self->changed();
+        });
+    });
+}
