@@ -121,6 +121,7 @@ class EmptyTrashTest : public QObject
 
     std::unique_ptr<TestHome> m_home;
     QStringList m_immutable;
+    QStringList m_mounts;
     bool m_droppedRoot = false;
 
     QString trash() const
@@ -168,7 +169,13 @@ class EmptyTrashTest : public QObject
     }
 
 private Q_SLOTS:
-    void initTestCase() { m_home = std::make_unique<TestHome>(); }
+    void initTestCase()
+    {
+#ifndef Q_OS_LINUX
+        QSKIP("emptying there is the system's own and reaches the real user's Trash");
+#endif
+        m_home = std::make_unique<TestHome>();
+    }
 
     void init()
     {
@@ -186,6 +193,9 @@ private Q_SLOTS:
         if (m_droppedRoot)
             QVERIFY(::seteuid(0) == 0);
         m_droppedRoot = false;
+        for (const QString &path : std::as_const(m_mounts))
+            QProcess::execute(u"umount"_s, {path});
+        m_mounts.clear();
         for (const QString &path : std::as_const(m_immutable))
             QProcess::execute(u"chattr"_s, {u"-i"_s, path});
         m_immutable.clear();
@@ -355,6 +365,39 @@ private Q_SLOTS:
         QCOMPARE(snapshot(m_home->path(), trash()), outside);
         const QString kept = outside.filter(u"/outside/folder/sub/b.txt "_s).value(0);
         QVERIFY2(kept.endsWith(u" = folder/sub/b.txt"_s), qPrintable(kept));
+    }
+
+    // What is mounted inside the Trash, here the outside folder bound into it, is not the
+    // Trash's: it stays, and so does the entry holding it.
+    void mountsInsideAreLeftAlone_data()
+    {
+        QTest::addColumn<QString>("at"); // below files/
+        QTest::newRow("as an entry") << u"mnt"_s;
+        QTest::newRow("inside a folder") << u"box/mnt"_s;
+    }
+
+    void mountsInsideAreLeftAlone()
+    {
+        QFETCH(QString, at);
+        const QString top = at.section(u'/', 0, 0);
+        build(home(u"outside"_s), {u"a.txt"_s, u"sub/b.txt"_s});
+        build(files(), {at + u'/', u"other.txt"_s, u"box/free.txt"_s});
+        build(info(), {top + u".trashinfo"_s, u"other.txt.trashinfo"_s, u"box.trashinfo"_s});
+        const QString mountPoint = files() + u'/' + at;
+        if (QProcess::execute(u"mount"_s, {u"--bind"_s, home(u"outside"_s), mountPoint}) != 0)
+            QSKIP("bind mounts need CAP_SYS_ADMIN");
+        m_mounts << mountPoint;
+        const QStringList outside = snapshot(home(u"outside"_s));
+
+        const Platform::TrashEmptying result = Platform::emptyTrash();
+
+        QVERIFY(!result.emptied);
+        QCOMPARE(result.remaining, 1);
+        QCOMPARE(entries(files()), QStringList{top});
+        QCOMPARE(entries(info()), QStringList{top + u".trashinfo"_s});
+        QVERIFY(!entryExists(files() + u"/box/free.txt"_s));
+        QCOMPARE(snapshot(home(u"outside"_s)), outside);
+        QCOMPARE(snapshot(mountPoint), outside);
     }
 
     void partialFailureIsCounted_data()

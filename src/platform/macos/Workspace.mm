@@ -25,3 +25,16 @@ QList<Platform::RunningApplication> Platform::runningApplications()
     }
     return running;
 }
+
+// The Privacy & Security pane at its Full Disk Access list. NSWorkspace opens URLs from any
+// thread.
+void Platform::openFullDiskAccessSettings()
+{
+    @autoreleasepool {
+        NSURL *url =
+            [NSURL URLWithString:
+                       @"x-apple.systempreferences:com.apple.preference.security?Privacy_AllFiles"];
+        if (url != nil)
+            [[NSWorkspace sharedWorkspace] openURL:url];
+    }
+}
