@@ -38,3 +38,13 @@ void Platform::openFullDiskAccessSettings()
             [[NSWorkspace sharedWorkspace] openURL:url];
     }
 }
+
+// The App Store application's updates page.
+void Platform::openAppStoreUpdates()
+{
+    @autoreleasepool {
+        NSURL *url = [NSURL URLWithString:@"macappstore://showUpdatesPage"];
+        if (url != nil)
+            [[NSWorkspace sharedWorkspace] openURL:url];
+    }
+}
