@@ -123,7 +123,8 @@ std::optional<QString> applicationRefusal(const QString &path, const QString &st
     const QString parent = PathText::parentFolder(path);
     if (parent != u"/Applications" && parent != home() + QStringLiteral("/Applications"))
         return notAnApp();
-    const auto info = PlistReader::readDictionary(standard + QStringLiteral("/Contents/Info.plist"));
+    const auto info = PlistReader::readDictionary(standard + QStringLiteral("/Contents/Info.plist"),
+                                                  {QStringLiteral("CFBundleIdentifier")});
     if (!info)
         return std::nullopt; // unreadable: allowed
     const QVariant identifier = info->value(QStringLiteral("CFBundleIdentifier"));

@@ -100,11 +100,12 @@ void sortBySize(QList<CleanItem> &items)
 
 std::optional<QString> infoString(const QString &bundlePath, const char *key)
 {
+    const QString name = QString::fromLatin1(key);
     const std::optional<QVariantMap> info =
-        PlistReader::readDictionary(bundlePath + u"/Contents/Info.plist"_s);
+        PlistReader::readDictionary(bundlePath + u"/Contents/Info.plist"_s, {name});
     if (!info)
         return std::nullopt;
-    const QVariant value = info->value(QString::fromLatin1(key));
+    const QVariant value = info->value(name);
     if (value.typeId() != QMetaType::QString)
         return std::nullopt;
     return value.toString();

@@ -2,7 +2,6 @@
 
 #include <QFile>
 #include <QVariantList>
-#include <cstdlib>
 #include <plist/plist.h>
 
 namespace PlistReader {
@@ -21,36 +20,6 @@ plist_t parseAny(const QByteArray &data)
     return root;
 }
 
-QString takeString(char *raw)
-{
-    QString text = raw ? QString::fromUtf8(raw) : QString();
-    std::free(raw);
-    return text;
-}
-
-QVariant toVariant(plist_t node, int depth);
-
-QVariantMap toMap(plist_t dict, int depth)
-{
-    QVariantMap map;
-    plist_dict_iter it = nullptr;
-    plist_dict_new_iter(dict, &it);
-    if (!it)
-        return map;
-    for (;;) {
-        char *key = nullptr;
-        plist_t value = nullptr;
-        plist_dict_next_item(dict, it, &key, &value);
-        if (!key)
-            break;
-        const QString name = takeString(key);
-        if (QVariant v = toVariant(value, depth + 1); v.isValid())
-            map.insert(name, v);
-    }
-    std::free(it);
-    return map;
-}
-
 QVariant toVariant(plist_t node, int depth)
 {
     // Hostile files can nest deeply; nothing we read needs more than a few levels.
@@ -58,9 +27,9 @@ QVariant toVariant(plist_t node, int depth)
         return {};
     switch (plist_get_node_type(node)) {
     case PLIST_STRING: {
-        char *raw = nullptr;
-        plist_get_string_val(node, &raw);
-        return takeString(raw);
+        uint64_t length = 0;
+        const char *text = plist_get_string_ptr(node, &length);
+        return text ? QString::fromUtf8(text, qsizetype(length)) : QString();
     }
     case PLIST_BOOLEAN: {
         uint8_t b = 0;
@@ -86,8 +55,6 @@ QVariant toVariant(plist_t node, int depth)
         }
         return list;
     }
-    case PLIST_DICT:
-        return toMap(node, depth);
     default:
         return {};
     }
@@ -95,7 +62,7 @@ QVariant toVariant(plist_t node, int depth)
 
 } // namespace
 
-std::optional<QVariantMap> parseDictionary(const QByteArray &data)
+std::optional<QVariantMap> parseDictionary(const QByteArray &data, const QStringList &keys)
 {
     if (data.isEmpty() || data.size() > kMaxBytes)
         return std::nullopt;
@@ -103,20 +70,26 @@ std::optional<QVariantMap> parseDictionary(const QByteArray &data)
     if (!root)
         return std::nullopt;
     std::optional<QVariantMap> result;
-    if (plist_get_node_type(root) == PLIST_DICT)
-        result = toMap(root, 0);
+    if (plist_get_node_type(root) == PLIST_DICT) {
+        result.emplace();
+        for (const QString &key : keys) {
+            const QByteArray name = key.toUtf8();
+            if (QVariant v = toVariant(plist_dict_get_item(root, name.constData()), 1); v.isValid())
+                result->insert(key, v);
+        }
+    }
     plist_free(root);
     return result;
 }
 
-std::optional<QVariantMap> readDictionary(const QString &path)
+std::optional<QVariantMap> readDictionary(const QString &path, const QStringList &keys)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
     // Read one byte past the cap so an oversized file is recognised without reading it all.
     const QByteArray data = file.read(kMaxBytes + 1);
-    return parseDictionary(data);
+    return parseDictionary(data, keys);
 }
 
 } // namespace PlistReader
