@@ -2,6 +2,7 @@
 # Installs what the build and the tests need, and nothing when everything is there.
 # Debian/Ubuntu through apt (only missing packages), macOS through Homebrew.
 # --bench adds the peer tools `make bench` measures against (Debian/Ubuntu only).
+# --fuzz adds clang with libFuzzer and llvm-symbolizer for `make fuzz` (Debian/Ubuntu only).
 set -euo pipefail
 
 DEB_PACKAGES=(
@@ -11,8 +12,9 @@ DEB_PACKAGES=(
 for arg in "$@"; do
     case "$arg" in
     --bench) DEB_PACKAGES+=(gdu time) ;;
+    --fuzz) DEB_PACKAGES+=(clang libclang-rt-14-dev llvm) ;;
     *)
-        echo "install-deps: unknown option $arg (only --bench)" >&2
+        echo "install-deps: unknown option $arg (only --bench, --fuzz)" >&2
         exit 2
         ;;
     esac
