@@ -20,5 +20,7 @@ int scan(const QStringList &arguments);
 int clean(const QStringList &arguments);
 int overview(const QStringList &arguments);
 int trash(const QStringList &arguments);
+int updates(const QStringList &arguments);
+int upgrade(const QStringList &arguments);
 
 } // namespace Commands

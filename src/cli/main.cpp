@@ -8,9 +8,13 @@
 
 using namespace Qt::StringLiterals;
 
+namespace Commands {
+int health(const QStringList &arguments); // HealthCommand.cpp
+} // namespace Commands
+
 namespace {
 
-constexpr std::array<Commands::Command, 5> kCommands{{
+constexpr std::array<Commands::Command, 8> kCommands{{
     {"scan", u"list what a clean-up page would offer", u"列出清理页面会提供的项目",
      &Commands::scan},
     {"clean", u"move a clean-up page's selection to the Trash", u"把清理页面勾选的项目移到废纸篓",
@@ -18,8 +22,14 @@ constexpr std::array<Commands::Command, 5> kCommands{{
     {"overview", u"show disk usage and the Trash", u"显示磁盘使用情况和废纸篓",
      &Commands::overview},
     {"trash", u"show or empty the Trash", u"显示或清空废纸篓", &Commands::trash},
+    {"health", u"show the health panel: grade, CPU, memory, disk, battery, network",
+     u"显示健康面板：评级、CPU、内存、磁盘、电池、网络", &Commands::health},
     {"check", u"ask the safety guard whether paths may be moved to the Trash",
      u"询问安全检查能否把路径移到废纸篓", &Commands::check},
+    {"updates", u"list newer versions of installed packages and apps",
+     u"列出已安装软件包和应用的新版本", &Commands::updates},
+    {"upgrade", u"upgrade one Homebrew package that updates lists",
+     u"升级 updates 列出的一个 Homebrew 软件包", &Commands::upgrade},
 }};
 
 QString help()

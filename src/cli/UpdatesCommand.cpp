@@ -1,0 +1,96 @@
+#include "CommandLine.h"
+#include "Commands.h"
+#include "Output.h"
+#include "UpdateCheck.h"
+
+#include "core/text/L10n.h"
+#include "core/updates/AppUpdater.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace Commands {
+namespace {
+
+QString usage()
+{
+    return L10n::pick(u"usage: quorvel-cli updates [--json]\n"
+                      u"Checks Homebrew, the App Store and apps with a built-in updater for "
+                      u"newer versions.\nNothing is installed; see quorvel-cli upgrade.\n"_s,
+                      u"用法：quorvel-cli updates [--json]\n"
+                      u"检查 Homebrew、App Store 和自带更新器的应用有没有新版本。\n"
+                      u"不安装任何东西；安装请用 quorvel-cli upgrade。\n"_s) +
+           UpdateCheck::environmentHelp();
+}
+
+QString sourceLabel(OutdatedApp::Source source)
+{
+    switch (source) {
+    case OutdatedApp::Source::brewFormula:
+        return u"Homebrew"_s;
+    case OutdatedApp::Source::brewCask:
+        return u"Homebrew Cask"_s;
+    case OutdatedApp::Source::appStore:
+        return u"App Store"_s;
+    case OutdatedApp::Source::sparkle:
+        return L10n::pick(u"In-app updater"_s, u"应用内更新"_s);
+    }
+    return {};
+}
+
+// The same lines as the snapshot's updates.txt, so the two can be compared.
+QString text(const AppUpdater &updater)
+{
+    QString out = updater.status() + u'\n';
+    for (const OutdatedApp &app : updater.items()) {
+        out += sourceLabel(app.source) + u'\t' + app.name + u'\t' + app.installed + u" -> "_s +
+               app.latest + u'\n';
+    }
+    return out;
+}
+
+QString json(const AppUpdater &updater)
+{
+    QJsonArray items;
+    for (const OutdatedApp &app : updater.items()) {
+        items.append(QJsonObject{
+            {u"id"_s, app.id},
+            {u"name"_s, app.name},
+            {u"installed"_s, app.installed},
+            {u"latest"_s, app.latest},
+            {u"source"_s, rawValue(app.source)},
+            {u"appURL"_s, app.appPath ? QJsonValue(*app.appPath) : QJsonValue()},
+        });
+    }
+    const QJsonObject root{{u"status"_s, updater.status()}, {u"items"_s, items}};
+    return QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Indented));
+}
+
+} // namespace
+
+int updates(const QStringList &arguments)
+{
+    const CommandLine::Parsed args = CommandLine::parse(arguments, {{u"--json"_s}, {}});
+    if (args.help) {
+        Output::out(usage());
+        return Output::kOk;
+    }
+    if (args.problem)
+        return CommandLine::usageError("updates", *args.problem, usage());
+    if (!args.positional.isEmpty()) {
+        return CommandLine::usageError("updates",
+                                       L10n::pick(u"unexpected argument "_s, u"多余的参数 "_s) +
+                                           args.positional.first(),
+                                       usage());
+    }
+
+    AppUpdater updater(UpdateCheck::services());
+    UpdateCheck::scan(updater);
+    Output::out(args.switches.contains(u"--json"_s) ? json(updater) : text(updater));
+    return Output::kOk;
+}
+
+} // namespace Commands
