@@ -1,0 +1,10 @@
+#pragma once
+
+#include <QtGlobal>
+
+// Capacity of a volume; (0, 0) means unknown.
+struct DiskUsage
+{
+    qint64 total = 0;
+    qint64 free = 0; // available for important use: purgeable space counts as free
+};
