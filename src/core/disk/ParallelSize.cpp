@@ -1,10 +1,12 @@
 #include "core/disk/ParallelSize.h"
 
 #include "core/disk/DiskWalker.h"
+#include "platform/DirReader.h"
 
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -24,49 +26,52 @@ struct Shared
     std::atomic<long long> total{0};
 };
 
-void walkFolder(Shared &shared, int fd, int depth, long long &sum)
+// One read buffer per level of a thread's own recursion, reused across folders.
+using Buffers = std::vector<std::unique_ptr<char[]>>;
+
+void walkFolder(Shared &shared, int fd, int depth, long long &sum, Buffers &buffers)
 {
-    DIR *dir = fdopendir(fd);
-    if (!dir) {
-        ::close(fd);
-        return;
-    }
-    const int dirFd = dirfd(dir);
-    struct stat st;
-    while (const dirent *d = readdir(dir)) {
-        const char *name = d->d_name;
-        if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
-            continue;
-        unsigned char type = d->d_type;
-        if (type == DT_REG || type == DT_UNKNOWN) {
-            if (fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+    if (buffers.size() < size_t(depth))
+        buffers.push_back(std::make_unique<char[]>(Platform::DirReader::kBufferSize));
+    {
+        Platform::DirReader reader(fd, buffers[size_t(depth) - 1].get());
+        struct stat st;
+        const char *name = nullptr;
+        unsigned char type = DT_UNKNOWN;
+        while (reader.next(name, type)) {
+            if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
                 continue;
-            type = DiskWalker::typeOf(st);
-            if (type == DT_REG)
-                sum += (long long)st.st_blocks * 512;
-        }
-        if (type != DT_DIR || depth >= DiskWalker::kMaxDepth)
-            continue;
-        const int child = DiskWalker::openFolder(dirFd, name);
-        if (child < 0)
-            continue;
-        {
-            std::unique_lock lock(shared.mutex);
-            if (shared.queue.size() < kQueueLimit) {
-                shared.queue.push_back(child);
-                lock.unlock();
-                shared.wake.notify_one();
-                continue;
+            if (type == DT_REG || type == DT_UNKNOWN) {
+                if (fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+                    continue;
+                type = DiskWalker::typeOf(st);
+                if (type == DT_REG)
+                    sum += (long long)st.st_blocks * 512;
             }
+            if (type != DT_DIR || depth >= DiskWalker::kMaxDepth)
+                continue;
+            const int child = DiskWalker::openFolder(fd, name);
+            if (child < 0)
+                continue;
+            {
+                std::unique_lock lock(shared.mutex);
+                if (shared.queue.size() < kQueueLimit) {
+                    shared.queue.push_back(child);
+                    lock.unlock();
+                    shared.wake.notify_one();
+                    continue;
+                }
+            }
+            walkFolder(shared, child, depth + 1, sum, buffers);
         }
-        walkFolder(shared, child, depth + 1, sum);
     }
-    closedir(dir);
+    ::close(fd);
 }
 
 void worker(Shared &shared)
 {
     long long sum = 0;
+    Buffers buffers;
     std::unique_lock lock(shared.mutex);
     for (;;) {
         shared.wake.wait(lock, [&] { return !shared.queue.empty() || shared.busy == 0; });
@@ -76,7 +81,7 @@ void worker(Shared &shared)
         shared.queue.pop_front();
         ++shared.busy;
         lock.unlock();
-        walkFolder(shared, fd, 1, sum);
+        walkFolder(shared, fd, 1, sum, buffers);
         lock.lock();
         --shared.busy;
         if (shared.busy == 0 && shared.queue.empty())
