@@ -26,9 +26,10 @@ run: build
 bench:
 	@bash scripts/install-deps.sh --bench
 	@$(MAKE) --no-print-directory configure
-	cmake --build $(BUILD) -j $(JOBS) --target quorvel-walkbench quorvel-statsbench
+	cmake --build $(BUILD) -j $(JOBS) --target quorvel-walkbench quorvel-statsbench quorvel-updatesbench
 	bash bench/run.sh $(BUILD)/bench/quorvel-walkbench
 	bash bench/stats.sh $(BUILD)/bench/quorvel-statsbench
+	bash bench/updates.sh $(BUILD)/bench/quorvel-updatesbench
 
 # libFuzzer targets in their own clang + sanitizer tree; FUZZ_SECONDS each, one after
 # another. New inputs collect in build-fuzz/corpus/<target> and are kept between runs;
