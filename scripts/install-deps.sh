@@ -7,11 +7,12 @@ set -euo pipefail
 
 DEB_PACKAGES=(
     g++ make cmake ninja-build pkg-config
-    qt6-base-dev libplist-dev libicu-dev
+    qt6-base-dev qt6-svg-dev libplist-dev libicu-dev
+    xvfb xauth xdotool fonts-noto-cjk desktop-file-utils
 )
 for arg in "$@"; do
     case "$arg" in
-    --bench) DEB_PACKAGES+=(gdu time) ;;
+    --bench) DEB_PACKAGES+=(gdu time libglib2.0-bin trash-cli) ;;
     --fuzz) DEB_PACKAGES+=(clang libclang-rt-14-dev llvm) ;;
     *)
         echo "install-deps: unknown option $arg (only --bench, --fuzz)" >&2

@@ -1,0 +1,190 @@
+#include "ui/Theme.h"
+
+#include <QFile>
+#include <QGuiApplication>
+#include <QHash>
+#include <QPainter>
+#include <QPalette>
+#include <QSvgRenderer>
+
+using namespace Qt::StringLiterals;
+
+namespace Theme {
+namespace {
+
+// Apple's light-mode system colours; close enough on a desktop that has no such notion.
+constexpr QRgb kGood = 0xFF34C759;
+constexpr QRgb kFair = 0xFFFF9500;
+constexpr QRgb kPoor = 0xFFFF3B30;
+
+QColor primaryText()
+{
+    return QGuiApplication::palette().color(QPalette::WindowText);
+}
+
+QColor withAlpha(QColor colour, double alpha)
+{
+    colour.setAlphaF(float(alpha));
+    return colour;
+}
+
+// A tint of "no colour" means the text colour, resolved at the call so it follows the palette.
+QColor resolvedTint(const QColor &tint)
+{
+    return tint.isValid() ? tint : primaryText();
+}
+
+QString resourcePath(const QString &name)
+{
+    return u":/icons/"_s + name + u".svg"_s;
+}
+
+QPixmap renderTinted(const QString &name, int size, const QColor &tint, qreal dpr)
+{
+    QSvgRenderer renderer(resourcePath(name));
+    if (!renderer.isValid())
+        return {};
+    const int device = qMax(1, qRound(size * dpr));
+    QImage image(device, device, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    renderer.render(&painter, QRectF(0, 0, device, device));
+    // The artwork is black; only its coverage matters, the colour comes from here.
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(image.rect(), tint);
+    painter.end();
+    QPixmap pixmap = QPixmap::fromImage(std::move(image));
+    pixmap.setDevicePixelRatio(dpr);
+    return pixmap;
+}
+
+} // namespace
+
+QColor accent()
+{
+    static const QColor colour = QColor::fromRgbF(0.55f, 0.35f, 0.95f);
+    return colour;
+}
+
+QColor good()
+{
+    return QColor::fromRgba(kGood);
+}
+
+QColor fair()
+{
+    return QColor::fromRgba(kFair);
+}
+
+QColor poor()
+{
+    return QColor::fromRgba(kPoor);
+}
+
+QColor secondaryText()
+{
+    return withAlpha(primaryText(), 0.5);
+}
+
+QColor quaternaryFill()
+{
+    return withAlpha(primaryText(), 0.1);
+}
+
+QFont font(Font role)
+{
+    // macOS sizes for a 13-point body, scaled to whatever the application font is.
+    double points = 13;
+    bool bold = false;
+    switch (role) {
+    case Font::title:
+        points = 22;
+        break;
+    case Font::title2:
+        points = 17;
+        break;
+    case Font::title3:
+        points = 15;
+        break;
+    case Font::headline:
+        bold = true;
+        break;
+    case Font::body:
+        break;
+    case Font::callout:
+        points = 12;
+        break;
+    case Font::caption:
+        points = 10;
+        break;
+    }
+    QFont f = QGuiApplication::font();
+    const double scale = points / 13.0;
+    if (f.pointSizeF() > 0)
+        f.setPointSizeF(f.pointSizeF() * scale);
+    else
+        f.setPixelSize(qMax(1, qRound(f.pixelSize() * scale)));
+    if (bold)
+        f.setBold(true);
+    return f;
+}
+
+QPixmap symbol(const QString &symbolName, int size, const QColor &tint)
+{
+    if (size <= 0 || !QFile::exists(resourcePath(symbolName)))
+        return {};
+    const QColor colour = resolvedTint(tint);
+    const qreal dpr = qApp ? qApp->devicePixelRatio() : 1.0;
+    // Main thread only, like every pixmap; the panel asks for the same few every 2 s.
+    static QHash<QString, QPixmap> cache;
+    const QString key = symbolName + u'|' + QString::number(size) + u'|' +
+                        QString::number(colour.rgba(), 16) + u'|' + QString::number(dpr);
+    if (const auto it = cache.constFind(key); it != cache.cend())
+        return *it;
+    QPixmap pixmap = renderTinted(symbolName, size, colour, dpr);
+    if (!pixmap.isNull())
+        cache.insert(key, pixmap);
+    return pixmap;
+}
+
+QIcon icon(const QString &symbolName, const QColor &tint)
+{
+    if (!QFile::exists(resourcePath(symbolName)))
+        return {};
+    QIcon result;
+    for (const int size : {16, 20, 24, 32, 48, 64})
+        result.addPixmap(symbol(symbolName, size, tint));
+    return result;
+}
+
+QStringList symbolNames()
+{
+    return {
+        u"heart.text.square.fill"_s,
+        u"laptopcomputer"_s,
+        u"cpu"_s,
+        u"memorychip"_s,
+        u"internaldrive"_s,
+        u"battery.100percent.bolt"_s,
+        u"battery.75percent"_s,
+        u"powerplug"_s,
+        u"network"_s,
+        u"arrow.up"_s,
+        u"arrow.down"_s,
+        u"sparkles"_s,
+        u"gauge.with.dots.needle.33percent"_s,
+        u"trash"_s,
+        u"shippingbox"_s,
+        u"doc.zipper"_s,
+        u"app.dashed"_s,
+        u"sparkles.rectangle.stack"_s,
+        u"arrow.down.circle"_s,
+        u"magnifyingglass"_s,
+        u"lock.fill"_s,
+        u"gearshape"_s,
+        u"checkmark.shield"_s,
+    };
+}
+
+} // namespace Theme

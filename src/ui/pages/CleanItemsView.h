@@ -1,0 +1,91 @@
+#pragma once
+
+#include "core/cleanup/CleanItem.h"
+
+#include <QAbstractListModel>
+#include <QIcon>
+#include <QListView>
+#include <QStyledItemDelegate>
+
+class CleanModel;
+
+// The rows of one section: one category's items, ticked from the clean-up model's
+// selection. A selection change repaints the ticks in place; only a new list resets.
+class CleanItemsModel final : public QAbstractListModel
+{
+    Q_OBJECT
+
+public:
+    enum Role { PathRole = Qt::UserRole + 1, SubtitleRole, BytesRole };
+
+    CleanItemsModel(CleanModel &model, QObject *parent = nullptr);
+
+    int rowCount(const QModelIndex &parent = {}) const override;
+    QVariant data(const QModelIndex &index, int role) const override;
+    // CheckStateRole edits the clean-up model's selection.
+    bool setData(const QModelIndex &index, const QVariant &value, int role) override;
+    Qt::ItemFlags flags(const QModelIndex &index) const override;
+
+    void setItems(QList<CleanItem> items);
+    void refreshTicks();
+    const QList<CleanItem> &items() const { return m_items; }
+    qint64 totalBytes() const { return m_bytes; }
+
+private:
+    CleanModel &m_model;
+    QList<CleanItem> m_items;
+    qint64 m_bytes = 0;
+};
+
+// Paints a row (tick, title over a middle-elided subtitle, size, reveal button) without a
+// widget of its own, so a section of thousands of items stays cheap.
+class CleanItemDelegate final : public QStyledItemDelegate
+{
+    Q_OBJECT
+
+public:
+    explicit CleanItemDelegate(QObject *parent = nullptr);
+
+    void paint(QPainter *painter, const QStyleOptionViewItem &option,
+               const QModelIndex &index) const override;
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+    bool editorEvent(QEvent *event, QAbstractItemModel *model, const QStyleOptionViewItem &option,
+                     const QModelIndex &index) override;
+    bool helpEvent(QHelpEvent *event, QAbstractItemView *view, const QStyleOptionViewItem &option,
+                   const QModelIndex &index) override;
+
+    // Every row has this height; the geometry of a row's two clickable parts.
+    static int rowHeight();
+    static QRect tickRect(const QRect &row);
+    static QRect revealRect(const QRect &row);
+
+Q_SIGNALS:
+    void revealRequested(const QString &path);
+
+private:
+    QIcon m_reveal;
+};
+
+// A section's list, exactly as tall as its rows: the page scrolls, never the list.
+class CleanItemsView final : public QListView
+{
+    Q_OBJECT
+
+public:
+    explicit CleanItemsView(CleanItemsModel *rows, QWidget *parent = nullptr);
+
+    CleanItemsModel *rows() const { return m_rows; }
+    CleanItemDelegate *delegate() const { return m_delegate; }
+
+protected:
+    void wheelEvent(QWheelEvent *event) override;
+
+private:
+    void fitHeight();
+
+    CleanItemsModel *m_rows;
+    CleanItemDelegate *m_delegate;
+};
+
+// Shows the item in the system's file manager (on Linux: opens its folder).
+void revealInFileManager(const QString &path);
