@@ -3,19 +3,17 @@
 #include "core/updates/AppUpdater.h"
 #include "core/updates/HttpClient.h"
 
+#include "LoopbackServer.h"
+#include "UpdatesFixture.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
-#include <QHostAddress>
-#include <QMutex>
 #include <QSet>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
-#include <QThread>
 #include <QTimer>
 #include <QUrl>
 #include <QUrlQuery>
@@ -24,312 +22,15 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <future>
-#include <memory>
 #include <optional>
 #include <queue>
 #include <vector>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
+using namespace UpdatesBench;
 
 namespace {
-
-// --- the fixture ----------------------------------------------------------------------
-// Everything the server answers and the truth the check is held to derive from these
-// functions alone, so the serving process curl talks to needs no shared state.
-
-constexpr int kStoreApps = 100;
-constexpr int kFeedApps = 100;
-constexpr int kSilentFeeds = 3;
-constexpr int kMinLatencyMs = 50;
-constexpr int kMaxLatencyMs = 500;
-// Store apps that also carry a feed: the App Store has to win, so these are never asked.
-constexpr int kDecoyEvery = 10;
-
-enum class Outcome { outdated, current, ahead };
-
-Outcome outcome(int i)
-{
-    return i % 3 == 0 ? Outcome::outdated : i % 3 == 1 ? Outcome::current : Outcome::ahead;
-}
-
-struct Release
-{
-    QString installed;
-    QString latest;
-};
-
-// The outdated pairs only order correctly by number (9 < 10), not as text.
-Release release(int i)
-{
-    const QString n = QString::number(i);
-    switch (outcome(i)) {
-    case Outcome::outdated:
-        return {u"1."_s + n + u".9"_s, u"1."_s + n + u".10"_s};
-    case Outcome::current:
-        return {u"2."_s + n, u"2."_s + n};
-    case Outcome::ahead:
-        break;
-    }
-    return {u"3."_s + n + u".1"_s, u"3."_s + n + u".0"_s};
-}
-
-// Builds that disagree with the short versions: a checker reading the wrong field errs.
-const QString kInstalledBuild = u"500"_s;
-const QString kFeedBuild = u"10"_s;
-
-QString padded(int i)
-{
-    return u"%1"_s.arg(i, 3, 10, QChar(u'0'));
-}
-
-QString storeName(int i)
-{
-    return u"Bench Store "_s + padded(i);
-}
-QString storeId(int i)
-{
-    return u"org.quorvel.bench.store-"_s + padded(i);
-}
-QString feedName(int i)
-{
-    return u"Bench Feed "_s + padded(i);
-}
-QString feedId(int i)
-{
-    return u"org.quorvel.bench.feed-"_s + padded(i);
-}
-QString feedPath(int i)
-{
-    return u"/feed/"_s + padded(i) + u".xml"_s;
-}
-QString decoyPath(int i)
-{
-    return u"/decoy/"_s + padded(i) + u".xml"_s;
-}
-QString silentName(int i)
-{
-    return u"Bench Silent "_s + padded(i);
-}
-QString silentId(int i)
-{
-    return u"org.quorvel.bench.silent-"_s + padded(i);
-}
-QString silentPath(int i)
-{
-    return u"/silent/"_s + padded(i) + u".xml"_s;
-}
-
-// The fixture number in `text` between prefix and suffix, or -1.
-int numberIn(QStringView text, QStringView prefix, QStringView suffix, int count)
-{
-    if (!text.startsWith(prefix) || !text.endsWith(suffix))
-        return -1;
-    const QStringView digits =
-        text.sliced(prefix.size(), text.size() - prefix.size() - suffix.size());
-    bool ok = false;
-    const int i = digits.toInt(&ok);
-    return ok && i >= 0 && i < count && digits == padded(i) ? i : -1;
-}
-
-// Deterministic per URL, so a rerun and curl's run see the same delays.
-int latencyMs(const QByteArray &key)
-{
-    quint32 hash = 2166136261u; // FNV-1a
-    for (const char c : key) {
-        hash ^= quint8(c);
-        hash *= 16777619u;
-    }
-    return kMinLatencyMs + int(hash % quint32(kMaxLatencyMs - kMinLatencyMs + 1));
-}
-
-// Release notes in the size real feeds carry, so the parser has something to wade through.
-QByteArray releaseNotes()
-{
-    QByteArray notes;
-    for (int k = 0; k < 40; ++k)
-        notes += "<li>Fixes a rare problem where item " + QByteArray::number(k) +
-                 " was shown twice after waking from sleep.</li>\n";
-    return notes;
-}
-
-QByteArray appcast(const QString &title, const QString &latest)
-{
-    static const QByteArray notes = releaseNotes();
-    const QByteArray name = title.toUtf8();
-    const auto item = [&](const QByteArray &heading, const QByteArray &channel,
-                          const QByteArray &shortVersion, const QByteArray &build) {
-        return "    <item>\n      <title>" + heading + "</title>\n" + channel +
-               "      <description><![CDATA[<ul>\n" + notes +
-               "</ul>]]></description>\n"
-               "      <enclosure url=\"https://downloads.example.org/" +
-               shortVersion + ".zip\" sparkle:version=\"" + build +
-               "\" sparkle:shortVersionString=\"" + shortVersion +
-               "\" length=\"48211968\" type=\"application/octet-stream\"/>\n"
-               "    </item>\n";
-    };
-    return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-           "<rss version=\"2.0\" xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/"
-           "sparkle\">\n  <channel>\n    <title>" +
-           name + "</title>\n" +
-           item("Beta", "      <sparkle:channel>beta</sparkle:channel>\n", "99.0", "9999") +
-           item(name + ' ' + latest.toUtf8(), {}, latest.toUtf8(), kFeedBuild.toUtf8()) +
-           item("First release", {}, "0.9", "1") + "  </channel>\n</rss>\n";
-}
-
-QByteArray lookupAnswer(int i)
-{
-    return "{\n \"resultCount\":1,\n \"results\": [\n{\"kind\":\"mac-software\", "
-           "\"features\":[], \"advisories\":[], \"bundleId\":\"" +
-           storeId(i).toUtf8() + "\", \"trackName\":\"" + storeName(i).toUtf8() +
-           "\", \"releaseNotes\":\"Faster sync; fixes a crash when \\\"version\\\" appeared "
-           "in a note\", \"version\":\"" +
-           release(i).latest.toUtf8() +
-           "\", \"minimumOsVersion\":\"12.0\", \"price\":0.00, \"currency\":\"NZD\", "
-           "\"genres\":[\"Productivity\"], \"averageUserRating\":4.5}]\n}\n";
-}
-
-struct Answer
-{
-    bool silent = false;
-    int latencyMs = 0;
-    int status = 200;
-    QByteArray type;
-    QByteArray body;
-};
-
-Answer answerFor(const QByteArray &target)
-{
-    const QUrl url(QString::fromLatin1(target));
-    const QString path = url.path();
-    if (numberIn(path, u"/silent/", u".xml", kSilentFeeds) >= 0)
-        return {true, 0, 0, {}, {}};
-    if (const int i = numberIn(path, u"/feed/", u".xml", kFeedApps); i >= 0)
-        return {false, latencyMs(path.toUtf8()), 200, "application/rss+xml",
-                appcast(feedName(i), release(i).latest)};
-    if (const int i = numberIn(path, u"/decoy/", u".xml", kStoreApps); i >= 0)
-        return {false, latencyMs(path.toUtf8()), 200, "application/rss+xml",
-                appcast(storeName(i), u"98.0"_s)};
-    if (path == u"/lookup") {
-        // Keyed by the identifier alone: the region follows the locale, the delay must not.
-        const QString id = QUrlQuery(url).queryItemValue(u"bundleId"_s);
-        if (const int i = numberIn(id, u"org.quorvel.bench.store-", u"", kStoreApps); i >= 0)
-            return {false, latencyMs(id.toUtf8()), 200, "text/javascript; charset=utf-8",
-                    lookupAnswer(i)};
-        return {false, kMinLatencyMs, 200, "text/javascript; charset=utf-8",
-                "{\"resultCount\":0,\"results\":[]}"};
-    }
-    return {false, kMinLatencyMs, 404, "text/plain", "not here\n"};
-}
-
-// --- the server -----------------------------------------------------------------------
-
-// HTTP/1.1 with keep-alive on 127.0.0.1: each request is answered in full after its
-// delay, one at a time per connection; silent paths hold the connection without a byte.
-class FixtureServer final
-{
-public:
-    FixtureServer()
-    {
-        QObject::connect(&m_server, &QTcpServer::newConnection, &m_server, [this] { accept(); });
-    }
-
-    bool listen(quint16 port) { return m_server.listen(QHostAddress::LocalHost, port); }
-    quint16 port() const { return m_server.serverPort(); }
-    // Request targets in arrival order.
-    const QList<QByteArray> &requests() const { return m_requests; }
-
-private:
-    struct Connection
-    {
-        QByteArray buffer;
-        bool busy = false;
-    };
-
-    void accept()
-    {
-        while (QTcpSocket *socket = m_server.nextPendingConnection()) {
-            auto connection = std::make_shared<Connection>();
-            QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-            QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket, connection] {
-                connection->buffer += socket->readAll();
-                next(socket, connection);
-            });
-        }
-    }
-
-    void next(QTcpSocket *socket, const std::shared_ptr<Connection> &connection)
-    {
-        const qsizetype end = connection->buffer.indexOf("\r\n\r\n");
-        if (connection->busy || end < 0)
-            return;
-        const QByteArray head = connection->buffer.left(end);
-        connection->buffer.remove(0, end + 4);
-        const QList<QByteArray> lines = head.split('\n');
-        const QList<QByteArray> requestLine = lines.value(0).trimmed().split(' ');
-        const QByteArray target = requestLine.value(1);
-        bool close = requestLine.value(2) != "HTTP/1.1";
-        for (const QByteArray &line : lines) {
-            const QByteArray lower = line.trimmed().toLower();
-            if (lower.startsWith("connection:") && lower.contains("close"))
-                close = true;
-        }
-        m_requests.append(target);
-        const Answer answer = answerFor(target);
-        connection->busy = true;
-        if (answer.silent)
-            return;
-        QTimer::singleShot(answer.latencyMs, socket, [this, socket, connection, answer, close] {
-            socket->write("HTTP/1.1 " + QByteArray::number(answer.status) +
-                          (answer.status == 200 ? " OK" : " Not Found") +
-                          "\r\nContent-Type: " + answer.type +
-                          "\r\nContent-Length: " + QByteArray::number(answer.body.size()) +
-                          (close ? "\r\nConnection: close" : "") + "\r\n\r\n" + answer.body);
-            connection->busy = false;
-            if (close)
-                socket->disconnectFromHost();
-            else
-                next(socket, connection);
-        });
-    }
-
-    QTcpServer m_server;
-    QList<QByteArray> m_requests;
-};
-
-// The server on a thread of its own, so its delays do not wait on the checker's loop.
-class ServerThread final : public QThread
-{
-public:
-    // The port, or 0 when nothing could listen.
-    quint16 begin()
-    {
-        std::future<quint16> port = m_port.get_future();
-        start();
-        return port.get();
-    }
-    // Stops the thread; the requests it saw, in arrival order.
-    QList<QByteArray> end()
-    {
-        quit();
-        wait();
-        return m_requests;
-    }
-
-protected:
-    void run() override
-    {
-        FixtureServer server;
-        m_port.set_value(server.listen(0) ? server.port() : quint16(0));
-        exec();
-        m_requests = server.requests();
-    }
-
-private:
-    std::promise<quint16> m_port;
-    QList<QByteArray> m_requests;
-};
 
 // --- the applications -----------------------------------------------------------------
 
