@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace ParallelSize {
 namespace {
@@ -24,7 +25,13 @@ struct Shared
     std::deque<int> queue;
     int busy = 0;
     std::atomic<long long> total{0};
+    // Helpers start with the first queued folder: most measured items are small, and
+    // starting threads for a folder without subfolders would cost more than the walk.
+    int helpersWanted = 0;
+    std::vector<std::thread> helpers;
 };
+
+void worker(Shared &shared);
 
 // One read buffer per level of a thread's own recursion, reused across folders.
 using Buffers = std::vector<std::unique_ptr<char[]>>;
@@ -57,6 +64,8 @@ void walkFolder(Shared &shared, int fd, int depth, long long &sum, Buffers &buff
                 std::unique_lock lock(shared.mutex);
                 if (shared.queue.size() < kQueueLimit) {
                     shared.queue.push_back(child);
+                    while (int(shared.helpers.size()) < shared.helpersWanted)
+                        shared.helpers.emplace_back([&shared] { worker(shared); });
                     lock.unlock();
                     shared.wake.notify_one();
                     continue;
@@ -98,11 +107,10 @@ long long sum(int rootFd, int threads)
         return 0;
     Shared shared;
     shared.queue.push_back(rootFd);
-    std::vector<std::thread> helpers;
-    for (int i = 1; i < threads; ++i)
-        helpers.emplace_back([&shared] { worker(shared); });
+    shared.helpersWanted = threads - 1;
     worker(shared);
-    for (auto &helper : helpers)
+    // Helpers are only started under the lock by a busy worker, so none can start now.
+    for (auto &helper : shared.helpers)
         helper.join();
     return shared.total.load();
 }
