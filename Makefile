@@ -26,9 +26,10 @@ run: build
 bench:
 	@bash scripts/install-deps.sh --bench
 	@$(MAKE) --no-print-directory configure
-	cmake --build $(BUILD) -j $(JOBS) --target quorvel-walkbench quorvel-statsbench quorvel-updatesbench
+	cmake --build $(BUILD) -j $(JOBS) --target quorvel-walkbench quorvel-statsbench quorvel-removebench quorvel-updatesbench
 	bash bench/run.sh $(BUILD)/bench/quorvel-walkbench
 	bash bench/stats.sh $(BUILD)/bench/quorvel-statsbench
+	bash bench/remove.sh $(BUILD)/bench/quorvel-removebench
 	bash bench/updates.sh $(BUILD)/bench/quorvel-updatesbench
 
 # libFuzzer targets in their own clang + sanitizer tree; FUZZ_SECONDS each, one after

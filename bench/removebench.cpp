@@ -1,0 +1,110 @@
+// Moves everything directly in $HOME/Library/Caches to the Trash through Cleaner::remove, so
+// bench/remove.sh can time it against gio trash and trash-put on identical trees. Plain
+// "key value" lines on stdout, failures on stderr; nothing here is for people.
+#include "core/cleanup/CleanItem.h"
+#include "core/cleanup/Cleaner.h"
+#include "core/disk/DiskScanner.h"
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QList>
+#include <QString>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <optional>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double msSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+void write(std::FILE *stream, const QByteArray &bytes)
+{
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
+}
+
+int usage()
+{
+    write(stderr, "usage: quorvel-removebench [--no-sizes]\n"
+                  "Moves every entry directly in $HOME/Library/Caches to the Trash in one\n"
+                  "Cleaner::remove call (category userCache) and prints \"key value\" lines:\n"
+                  "items, moved, failures, bytes, and the milliseconds spent listing,\n"
+                  "measuring and removing. --no-sizes gives every item 0 bytes.\n");
+    return 2;
+}
+
+// readdir rather than QDir: names that are not valid UTF-8 must still round-trip, and the
+// order is fixed afterwards so that runs compare.
+std::optional<QList<QByteArray>> entryNames(const QByteArray &folder)
+{
+    DIR *dir = ::opendir(folder.constData());
+    if (dir == nullptr)
+        return std::nullopt;
+    QList<QByteArray> names;
+    while (const dirent *entry = ::readdir(dir)) {
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+            names.append(QByteArray(entry->d_name));
+    }
+    ::closedir(dir);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // No QCoreApplication: Cleaner needs none, and its start-up would be timed too.
+    bool sizes = true;
+    if (argc == 2 && std::strcmp(argv[1], "--no-sizes") == 0)
+        sizes = false;
+    else if (argc != 1)
+        return usage();
+
+    const Clock::time_point listStart = Clock::now();
+    const QString caches = QDir::homePath() + QStringLiteral("/Library/Caches");
+    const std::optional<QList<QByteArray>> names = entryNames(QFile::encodeName(caches));
+    if (!names) {
+        write(stderr, "quorvel-removebench: cannot list " + QFile::encodeName(caches) + '\n');
+        return 1;
+    }
+    QList<CleanItem> items;
+    items.reserve(names->size());
+    for (const QByteArray &name : *names) {
+        CleanItem item;
+        item.title = QFile::decodeName(name);
+        item.path = caches + u'/' + item.title;
+        item.category = CleanCategory::userCache;
+        item.method = CleanMethod::delete_;
+        items.append(item);
+    }
+    const double listMs = msSince(listStart);
+
+    const Clock::time_point sizeStart = Clock::now();
+    if (sizes) {
+        for (CleanItem &item : items)
+            item.bytes = DiskScanner::itemSize(item.path);
+    }
+    const double sizeMs = msSince(sizeStart);
+
+    const Clock::time_point removeStart = Clock::now();
+    const Cleaner::Result result = Cleaner::remove(items);
+    const double removeMs = msSince(removeStart);
+
+    for (const QString &failure : result.failures)
+        write(stderr, "quorvel-removebench: " + failure.toUtf8() + '\n');
+    std::printf("items %lld\nmoved %d\nfailures %lld\nbytes %lld\n"
+                "list_ms %.3f\nsize_ms %.3f\nremove_ms %.3f\n",
+                (long long)items.size(), result.count, (long long)result.failures.size(),
+                (long long)result.bytes, listMs, sizeMs, removeMs);
+    return result.failures.isEmpty() && result.count == items.size() ? 0 : 1;
+}
