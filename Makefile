@@ -21,7 +21,7 @@ test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
 run: build
-	$(BUILD)/src/cli/quorvel-cli scan cleanup
+	$(BUILD)/src/app/quorvel
 
 bench:
 	@bash scripts/install-deps.sh --bench
