@@ -25,21 +25,6 @@ namespace {
 
 constexpr qreal kRenderScale = 2;
 
-QString sourceLabel(OutdatedApp::Source source)
-{
-    switch (source) {
-    case OutdatedApp::Source::brewFormula:
-        return u"Homebrew"_s;
-    case OutdatedApp::Source::brewCask:
-        return u"Homebrew Cask"_s;
-    case OutdatedApp::Source::appStore:
-        return u"App Store"_s;
-    case OutdatedApp::Source::sparkle:
-        return L10n::pick(u"In-app updater"_s, u"应用内更新"_s);
-    }
-    return {};
-}
-
 // The tools window as the user sees it: the first visible top-level with our title.
 QWidget *toolsWindow()
 {

@@ -26,21 +26,6 @@ QString usage()
            UpdateCheck::environmentHelp();
 }
 
-QString sourceLabel(OutdatedApp::Source source)
-{
-    switch (source) {
-    case OutdatedApp::Source::brewFormula:
-        return u"Homebrew"_s;
-    case OutdatedApp::Source::brewCask:
-        return u"Homebrew Cask"_s;
-    case OutdatedApp::Source::appStore:
-        return u"App Store"_s;
-    case OutdatedApp::Source::sparkle:
-        return L10n::pick(u"In-app updater"_s, u"应用内更新"_s);
-    }
-    return {};
-}
-
 // The same lines as the snapshot's updates.txt, so the two can be compared.
 QString text(const AppUpdater &updater)
 {

@@ -1,5 +1,9 @@
 #include "core/updates/OutdatedApp.h"
 
+#include "core/text/L10n.h"
+
+using namespace Qt::StringLiterals;
+
 #include <array>
 #include <utility>
 
@@ -31,4 +35,19 @@ std::optional<OutdatedApp::Source> outdatedSourceFromRaw(QStringView raw)
             return value;
     }
     return std::nullopt;
+}
+
+QString sourceLabel(OutdatedApp::Source source)
+{
+    switch (source) {
+    case OutdatedApp::Source::brewFormula:
+        return u"Homebrew"_s;
+    case OutdatedApp::Source::brewCask:
+        return u"Homebrew Cask"_s;
+    case OutdatedApp::Source::appStore:
+        return u"App Store"_s;
+    case OutdatedApp::Source::sparkle:
+        return L10n::pick(u"In-app updater"_s, u"应用内更新"_s);
+    }
+    return {};
 }

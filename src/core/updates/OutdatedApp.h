@@ -21,3 +21,5 @@ struct OutdatedApp
 
 QString rawValue(OutdatedApp::Source source);
 std::optional<OutdatedApp::Source> outdatedSourceFromRaw(QStringView raw);
+// How the updates page and the reports name a source, in the current language.
+QString sourceLabel(OutdatedApp::Source source);
