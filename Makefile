@@ -26,11 +26,13 @@ run: build
 bench:
 	@bash scripts/install-deps.sh --bench
 	@$(MAKE) --no-print-directory configure
-	cmake --build $(BUILD) -j $(JOBS) --target quorvel-walkbench quorvel-statsbench quorvel-removebench quorvel-updatesbench
+	cmake --build $(BUILD) -j $(JOBS) --target quorvel-walkbench quorvel-statsbench quorvel-removebench quorvel-updatesbench \
+	    quorvel quorvel-uibench
 	bash bench/run.sh $(BUILD)/bench/quorvel-walkbench
 	bash bench/stats.sh $(BUILD)/bench/quorvel-statsbench
 	bash bench/remove.sh $(BUILD)/bench/quorvel-removebench
 	bash bench/updates.sh $(BUILD)/bench/quorvel-updatesbench
+	bash bench/app.sh $(BUILD)
 
 # libFuzzer targets in their own clang + sanitizer tree; FUZZ_SECONDS each, one after
 # another. New inputs collect in build-fuzz/corpus/<target> and are kept between runs;
