@@ -57,8 +57,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::optional<QVariantMap> root = PlistReader::parseDictionary(
         QByteArray(reinterpret_cast<const char *>(data), qsizetype(size)),
-        {QStringLiteral("CFBundleIdentifier"), QStringLiteral("CFBundleName"),
-         QStringLiteral("k"), QStringLiteral("")});
+        {QStringLiteral("CFBundleIdentifier"), QStringLiteral("CFBundleName"), QStringLiteral("k"),
+         QStringLiteral("")});
     if (!root)
         return 0;
     for (auto it = root->cbegin(); it != root->cend(); ++it)

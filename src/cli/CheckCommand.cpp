@@ -78,9 +78,10 @@ int check(const QStringList &arguments)
                 {QStringLiteral("reason"), refusal ? QJsonValue(*refusal) : QJsonValue()},
             });
         } else {
-            text += path + (refusal ? QStringLiteral("\trefused\t") + *refusal
-                                    : QStringLiteral("\tallowed")) +
-                    u'\n';
+            text +=
+                path +
+                (refusal ? QStringLiteral("\trefused\t") + *refusal : QStringLiteral("\tallowed")) +
+                u'\n';
         }
     }
     Output::out(json ? QString::fromUtf8(QJsonDocument(answers).toJson(QJsonDocument::Indented))

@@ -68,8 +68,9 @@ private:
 CleanItem CleanerTest::item(const QString &relative, CleanCategory category, const QString &title)
 {
     const QString path = m_home->file(relative);
-    return {path, title.isEmpty() ? QFileInfo(path).fileName() : title, QString(), 1'500'000,
-            category, CleanMethod::delete_};
+    return {path,      title.isEmpty() ? QFileInfo(path).fileName() : title,
+            QString(), 1'500'000,
+            category,  CleanMethod::delete_};
 }
 
 void CleanerTest::initTestCase()
@@ -103,17 +104,16 @@ void CleanerTest::refusalsInInputOrder()
     };
     const QList<CleanItem> items{
         item(u"Documents/a.txt"_s, CleanCategory::userCache, u"Same"_s),
-        CleanItem{u"/etc/hosts"_s, u"Hosts"_s, {}, 1, CleanCategory::largeFiles,
-                  CleanMethod::trash},
+        CleanItem{
+            u"/etc/hosts"_s, u"Hosts"_s, {}, 1, CleanCategory::largeFiles, CleanMethod::trash},
         item(u"Library/Mail/x"_s, CleanCategory::leftovers, u"Same"_s),
     };
     const Cleaner::Result result = Cleaner::remove(items, mover);
     QCOMPARE(calls, 0);
     QCOMPARE(result.count, 0);
-    QCOMPARE(result.failures,
-             (QStringList{u"Same: not in a cleanable area — refused"_s,
-                          u"Hosts: outside your home folder — refused"_s,
-                          u"Same: protected location — refused"_s}));
+    QCOMPARE(result.failures, (QStringList{u"Same: not in a cleanable area — refused"_s,
+                                           u"Hosts: outside your home folder — refused"_s,
+                                           u"Same: protected location — refused"_s}));
     QVERIFY(!QFileInfo::exists(m_logFolder));
 }
 
@@ -135,8 +135,8 @@ void CleanerTest::failureReasons_data()
                                  << u"x: 该卷上没有废纸篓"_s;
     QTest::newRow("too long") << int(F::nameTooLong) << ENAMETOOLONG << QString() << false
                               << u"x: name too long"_s;
-    QTest::newRow("system text wins") << int(F::permissionDenied) << 0 << u"Nope."_s << false
-                                      << u"x: Nope."_s;
+    QTest::newRow("system text wins")
+        << int(F::permissionDenied) << 0 << u"Nope."_s << false << u"x: Nope."_s;
     QTest::newRow("other errno") << int(F::other) << EIO << QString() << false
                                  << u"x: "_s + qt_error_string(EIO);
 }
@@ -243,7 +243,8 @@ void CleanerTest::unwritableLogStillCountsTheMove()
     QVERIFY(QDir().mkpath(RemovalLog::path()));
     makeFile(RemovalLog::path() + u"/keep"_s);
     makeFile(m_home->file(u"Library/Caches/com.c"_s));
-    const auto result = Cleaner::remove({item(u"Library/Caches/com.c"_s, CleanCategory::userCache)});
+    const auto result =
+        Cleaner::remove({item(u"Library/Caches/com.c"_s, CleanCategory::userCache)});
     QCOMPARE(result.count, 1);
     QVERIFY(result.failures.isEmpty());
     QVERIFY(QFileInfo(RemovalLog::path()).isDir());

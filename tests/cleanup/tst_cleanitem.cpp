@@ -19,13 +19,16 @@ private Q_SLOTS:
 
 void CleanItemTest::identityIsThePath()
 {
-    const CleanItem cache{u"/h/Library/Caches/x"_s, u"x"_s, u"~/Library/Caches"_s, 10,
+    const CleanItem cache{u"/h/Library/Caches/x"_s, u"x"_s,
+                          u"~/Library/Caches"_s,    10,
                           CleanCategory::userCache, CleanMethod::delete_};
-    const CleanItem ai{u"/h/Library/Caches/x"_s, u"other"_s, QString(), 99, CleanCategory::ai,
-                       CleanMethod::trash};
-    const CleanItem slash{u"/h/Library/Caches/x/"_s, u"x"_s, QString(), 10,
-                          CleanCategory::userCache, CleanMethod::delete_};
-    const CleanItem sibling{u"/h/Library/Caches/y"_s, u"x"_s, u"~/Library/Caches"_s, 10,
+    const CleanItem ai{u"/h/Library/Caches/x"_s, u"other"_s,        QString(), 99,
+                       CleanCategory::ai,        CleanMethod::trash};
+    const CleanItem slash{
+        u"/h/Library/Caches/x/"_s, u"x"_s, QString(), 10, CleanCategory::userCache,
+        CleanMethod::delete_};
+    const CleanItem sibling{u"/h/Library/Caches/y"_s, u"x"_s,
+                            u"~/Library/Caches"_s,    10,
                             CleanCategory::userCache, CleanMethod::delete_};
     QCOMPARE(cache, ai);
     QCOMPARE(qHash(cache), qHash(ai));

@@ -109,8 +109,7 @@ void SafetyGuardTest::rules_data()
     row("derived data sibling", u"Library/Developer/Xcode/DerivedDataX"_s, "developer", QString());
     row("archives", u"Library/Developer/Xcode/Archives/2026"_s, "developer", QString());
     row("xcode user data", u"Library/Developer/Xcode/UserData/x"_s, "developer", kProtected);
-    row("simulator devices", u"Library/Developer/CoreSimulator/Devices"_s, "developer",
-        kProtected);
+    row("simulator devices", u"Library/Developer/CoreSimulator/Devices"_s, "developer", kProtected);
     row("dotdot into mail", u"Library/Caches/../Mail/x"_s, "userCache", kProtected);
     row("dotdot out of home", u"../other/Library/Caches/x"_s, "userCache", kOutside);
     row("dot segments", u"Library/./Caches/./x"_s, "userCache", QString());
@@ -129,18 +128,15 @@ void SafetyGuardTest::rules_data()
     row("vmdk folder slash", u"Documents/x.vmdk/"_s, "largeFiles", kBadType);
     row("sparsebundle", u"Downloads/b.sparsebundle"_s, "largeFiles", kBadType);
     row("keychain-db type", u"Documents/k.keychain-db"_s, "largeFiles", kBadType);
-    row("photos library", u"Pictures/Photos Library.photoslibrary/x"_s, "largeFiles",
-        kProtected);
+    row("photos library", u"Pictures/Photos Library.photoslibrary/x"_s, "largeFiles", kProtected);
     row("extension of dotdot path", u"Documents/x.vmdk/.."_s, "largeFiles", QString());
     row("trash", u".Trash/x"_s, "largeFiles", kProtected);
     row("trash-like name", u".Trashcan"_s, "largeFiles", kProtected);
     row("backups anywhere", u"Documents/Backups.backupdb/x"_s, "largeFiles", kProtected);
-    row("group apple", u"Library/Group Containers/group.com.apple/x"_s, "leftovers",
-        kProtected);
+    row("group apple", u"Library/Group Containers/group.com.apple/x"_s, "leftovers", kProtected);
     row("group apple notes", u"Library/Group Containers/group.com.apple.notes"_s, "leftovers",
         QString());
-    row("application support", u"Library/Application Support/SomeApp"_s, "leftovers",
-        kProtected);
+    row("application support", u"Library/Application Support/SomeApp"_s, "leftovers", kProtected);
     row("mail prefix not component", u"Library/Mailbox/x"_s, "leftovers", kNotCleanable);
     row("case matters", u"library/caches/x"_s, "userCache", kNotCleanable);
     row("logs", u"Library/Logs/DiagnosticReports/a.ips"_s, "logs", QString());
@@ -159,9 +155,8 @@ void SafetyGuardTest::rules()
     QFETCH(QString, relative);
     QFETCH(QString, category);
     QFETCH(QString, refusal);
-    const QString path = relative.startsWith(u'/') && relative != u"/"
-                             ? relative
-                             : m_home->path() + u'/' + relative;
+    const QString path =
+        relative.startsWith(u'/') && relative != u"/" ? relative : m_home->path() + u'/' + relative;
     const auto got = SafetyGuard::refusal(relative == u"/" ? u"/"_s : path,
                                           cleanCategoryFromRaw(category).value());
     QCOMPARE(got.value_or(QString()), refusal);
@@ -229,8 +224,8 @@ void SafetyGuardTest::plistReader_data()
     QTest::newRow("empty") << QByteArray() << false << QString();
     // A NUL inside a string or key aborts libplist's own accessors; ours must survive it.
     QTest::newRow("NUL in a string")
-        << QByteArray("<dict><key>CFBundleIdentifier</key><string>a\0b</string></dict>", 62)
-        << true << u"a"_s;
+        << QByteArray("<dict><key>CFBundleIdentifier</key><string>a\0b</string></dict>", 62) << true
+        << u"a"_s;
     QTest::newRow("NUL in a binary key")
         << QByteArray::fromHex("62706c6973743030d1010262000000e909080b100000000000000101000000"
                                "000000000300000000000000000000000000000011")

@@ -167,8 +167,7 @@ void TextTest::components_data()
     QTest::newRow("double slash parent")
         << u"/Applications//X.app"_s << u"X.app"_s << u"app"_s << u"/Applications"_s;
     QTest::newRow("dot segments not resolved")
-        << u"/Applications/Sub/../X.app"_s << u"X.app"_s << u"app"_s
-        << u"/Applications/Sub/.."_s;
+        << u"/Applications/Sub/../X.app"_s << u"X.app"_s << u"app"_s << u"/Applications/Sub/.."_s;
 }
 
 void TextTest::components()

@@ -40,7 +40,8 @@ QString title(CleanCategory category)
     case CleanCategory::logs:
         return L10n::pick(QStringLiteral("Logs & crash reports"), QStringLiteral("日志与崩溃报告"));
     case CleanCategory::ai:
-        return L10n::pick(QStringLiteral("AI tools & models"), QStringLiteral("AI 工具缓存 / 模型"));
+        return L10n::pick(QStringLiteral("AI tools & models"),
+                          QStringLiteral("AI 工具缓存 / 模型"));
     case CleanCategory::developer:
         return L10n::pick(QStringLiteral("Developer junk"), QStringLiteral("开发者垃圾"));
     case CleanCategory::leftovers:
@@ -61,7 +62,8 @@ QString note(CleanCategory category)
         return L10n::pick(
             QStringLiteral("Apps rebuild caches as needed; some may open slightly slower the first "
                            "time. Moved to the Trash, not deleted."),
-            QStringLiteral("应用会自动重建缓存，个别应用第一次打开会稍慢。移到废纸篓，不直接删除。"));
+            QStringLiteral(
+                "应用会自动重建缓存，个别应用第一次打开会稍慢。移到废纸篓，不直接删除。"));
     case CleanCategory::logs:
         return L10n::pick(
             QStringLiteral("Diagnostic logs and crash reports. Keep them only if someone is "

@@ -13,8 +13,8 @@ enum class CleanCategory { userCache, logs, ai, developer, leftovers, largeFiles
 enum class CleanMethod { delete_, trash };
 
 inline constexpr std::array<CleanCategory, 7> kAllCleanCategories{
-    CleanCategory::userCache, CleanCategory::logs,       CleanCategory::ai,
-    CleanCategory::developer, CleanCategory::leftovers,  CleanCategory::largeFiles,
+    CleanCategory::userCache,  CleanCategory::logs,      CleanCategory::ai,
+    CleanCategory::developer,  CleanCategory::leftovers, CleanCategory::largeFiles,
     CleanCategory::unusedApps,
 };
 

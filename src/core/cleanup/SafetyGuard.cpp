@@ -1,8 +1,8 @@
 #include "core/cleanup/SafetyGuard.h"
 
-#include "core/text/PathText.h"
 #include "core/plist/PlistReader.h"
 #include "core/text/L10n.h"
+#include "core/text/PathText.h"
 
 #include <QDir>
 #include <QStringList>
@@ -53,9 +53,9 @@ QStringList allowedPrefixes(CleanCategory category)
     case CleanCategory::logs:
         return {QStringLiteral("Library/Logs/")};
     case CleanCategory::ai:
-        return {QStringLiteral(".cache/"),  QStringLiteral(".ollama/"),
+        return {QStringLiteral(".cache/"),    QStringLiteral(".ollama/"),
                 QStringLiteral(".lmstudio/"), QStringLiteral(".npm/"),
-                QStringLiteral(".cursor/"), QStringLiteral("Library/Caches/")};
+                QStringLiteral(".cursor/"),   QStringLiteral("Library/Caches/")};
     case CleanCategory::developer:
         return {QStringLiteral("Library/Developer/Xcode/DerivedData"),
                 QStringLiteral("Library/Developer/Xcode/iOS DeviceSupport"),
@@ -112,7 +112,8 @@ QString notAnApp()
 }
 QString appleApp()
 {
-    return L10n::pick(QStringLiteral("Apple app — refused"), QStringLiteral("Apple 自带应用，拒绝"));
+    return L10n::pick(QStringLiteral("Apple app — refused"),
+                      QStringLiteral("Apple 自带应用，拒绝"));
 }
 
 std::optional<QString> applicationRefusal(const QString &path, const QString &standard)
@@ -165,8 +166,9 @@ std::optional<QString> refusal(const QString &path, CleanCategory category)
     if (rel.contains(u"Backups.backupdb") || rel.startsWith(u".Trash"))
         return protectedLocation();
     const QStringList prefixes = allowedPrefixes(category);
-    const bool admitted = std::any_of(prefixes.begin(), prefixes.end(),
-                                      [&](const QString &prefix) { return rel.startsWith(prefix); });
+    const bool admitted = std::any_of(prefixes.begin(), prefixes.end(), [&](const QString &prefix) {
+        return rel.startsWith(prefix);
+    });
     if (!admitted)
         return notCleanable();
     return std::nullopt;

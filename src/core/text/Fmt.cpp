@@ -53,7 +53,8 @@ QString fixed(double value, int digits)
     const double floor = std::floor(scaled);
     const double fraction = scaled - floor;
     double units = floor;
-    if (fraction > 0.5 || (fraction == 0.5 && (error > 0 || (error == 0 && std::fmod(floor, 2) != 0))))
+    if (fraction > 0.5 ||
+        (fraction == 0.5 && (error > 0 || (error == 0 && std::fmod(floor, 2) != 0))))
         units = floor + 1;
     QString text = QString::number(qint64(units));
     if (digits == 1) {

@@ -24,11 +24,10 @@ std::optional<AppUpdater::AppInfo> readBundle(const QString &folder, const QStri
 {
     AppUpdater::AppInfo app;
     app.path = folder + u'/' + entry;
-    const std::optional<QVariantMap> info =
-        PlistReader::readDictionary(app.path + u"/Contents/Info.plist"_s,
-                                    {u"CFBundleIdentifier"_s, u"CFBundleShortVersionString"_s,
-                                     u"CFBundleVersion"_s, u"SUFeedURL"_s,
-                                     u"CFBundleDisplayName"_s, u"CFBundleName"_s});
+    const std::optional<QVariantMap> info = PlistReader::readDictionary(
+        app.path + u"/Contents/Info.plist"_s,
+        {u"CFBundleIdentifier"_s, u"CFBundleShortVersionString"_s, u"CFBundleVersion"_s,
+         u"SUFeedURL"_s, u"CFBundleDisplayName"_s, u"CFBundleName"_s});
     if (!info)
         return std::nullopt;
     std::optional<QString> bundleID = textValue(*info, u"CFBundleIdentifier"_s);
