@@ -1,3 +1,4 @@
+#include "common/Pty.h"
 #include "common/TestHome.h"
 
 #include <QJsonArray>
@@ -19,31 +20,6 @@ struct Run
     QString out;
     QString err;
     QJsonObject json() const { return QJsonDocument::fromJson(out.toUtf8()).object(); }
-};
-
-// A pseudo-terminal whose far end becomes the child's standard input.
-struct Pty
-{
-    int master = -1;
-    int slave = -1;
-    Pty(const Pty &) = delete;
-    Pty &operator=(const Pty &) = delete;
-    Pty()
-    {
-        master = posix_openpt(O_RDWR | O_NOCTTY);
-        if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
-            return;
-        // Neither end may leak into the child beyond the standard input made from it.
-        fcntl(master, F_SETFD, FD_CLOEXEC);
-        slave = ::open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    }
-    ~Pty()
-    {
-        for (int fd : {master, slave}) {
-            if (fd >= 0)
-                ::close(fd);
-        }
-    }
 };
 
 // One home per test, so every command sees exactly the files the test made.

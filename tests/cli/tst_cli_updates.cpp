@@ -1,3 +1,4 @@
+#include "common/Pty.h"
 #include "common/TestHome.h"
 #include "updates/LocalHttpServer.h"
 
@@ -47,41 +48,6 @@ const QByteArray kAppcast = R"(<?xml version="1.0" encoding="utf-8"?>
 
 const QString kFeedyID = u"com.example.Feedy"_s;
 const QString kShoppeID = u"com.example.Shoppe"_s;
-
-// A pseudo-terminal whose far end becomes the child's standard error.
-struct Pty
-{
-    int master = -1;
-    int slave = -1;
-    Pty(const Pty &) = delete;
-    Pty &operator=(const Pty &) = delete;
-    Pty()
-    {
-        master = posix_openpt(O_RDWR | O_NOCTTY);
-        if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
-            return;
-        fcntl(master, F_SETFD, FD_CLOEXEC);
-        fcntl(master, F_SETFL, O_NONBLOCK);
-        slave = ::open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    }
-    ~Pty()
-    {
-        for (int fd : {master, slave}) {
-            if (fd >= 0)
-                ::close(fd);
-        }
-    }
-    // Everything written so far; our open slave keeps the master from reporting the end.
-    QByteArray drain() const
-    {
-        QByteArray all;
-        char buffer[4096];
-        ssize_t n = 0;
-        while ((n = ::read(master, buffer, sizeof buffer)) > 0)
-            all.append(buffer, n);
-        return all;
-    }
-};
 
 // A home of its own, a fake brew and a local server for every test: the feeds and the
 // App Store lookups go to the server, which answers while the test's event loop spins.
