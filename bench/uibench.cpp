@@ -5,7 +5,7 @@
 //   quorvel-uibench ITEMS [ROUNDS]   (run with the fixture's HOME, on a real display)
 #include "core/models/CleanModel.h"
 #include "core/models/ToolPage.h"
-#include "ui/pages/CleanListPage.h"
+#include "ui/pages/CleanListView.h"
 
 #include <QApplication>
 #include <QDeadlineTimer>
@@ -92,7 +92,7 @@ int main(int argc, char **argv)
         }
     });
 
-    CleanListPage page(model);
+    CleanListView page(model);
     page.resize(kPageSize);
     page.show();
     const QDeadlineTimer exposeDeadline(10'000);

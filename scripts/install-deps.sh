@@ -7,7 +7,7 @@ set -euo pipefail
 
 DEB_PACKAGES=(
     g++ make cmake ninja-build pkg-config
-    qt6-base-dev qt6-svg-dev libplist-dev libicu-dev
+    qt6-base-dev qt6-svg-dev libplist-dev libicu-dev libx11-dev libxfixes-dev
     xvfb xauth xdotool fonts-noto-cjk desktop-file-utils
 )
 for arg in "$@"; do

@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <optional>
 
 namespace Platform {
 
@@ -20,5 +21,12 @@ void openFullDiskAccessSettings();
 
 // Opens the App Store's updates page; nothing where there is no App Store (Linux).
 void openAppStoreUpdates();
+
+// Launches the application bundle at `bundlePath` with default options. Linux has no
+// bundles to launch: it opens the bundle's folder in the file manager.
+void openApplication(const QString &bundlePath);
+
+// The app's own short version ("1.2"), or none for a development build without one.
+std::optional<QString> shortVersion();
 
 } // namespace Platform

@@ -1,11 +1,16 @@
 #include "ui/ToolsWindow.h"
 
 #include "core/models/CleanModel.h"
+#include "core/health/SystemStats.h"
 #include "core/models/Nav.h"
+#include "core/models/OverviewModel.h"
+#include "core/screenclean/ScreenCleanMode.h"
 #include "core/updates/AppUpdater.h"
 #include "ui/Theme.h"
-#include "ui/pages/CleanListPage.h"
-#include "ui/pages/PlaceholderPage.h"
+#include "ui/pages/CleanListView.h"
+#include "ui/pages/OverviewView.h"
+#include "ui/pages/ScreenCleanView.h"
+#include "ui/pages/UpdatesView.h"
 
 #include <QListWidget>
 #include <QShowEvent>
@@ -121,9 +126,13 @@ void ToolsWindow::showPage(ToolPage page)
         m_page->deleteLater();
     }
     if (cleanCategories(page))
-        m_page = new CleanListPage(cleanModel(page));
+        m_page = new CleanListView(cleanModel(page));
+    else if (page == ToolPage::overview)
+        m_page = new OverviewView(OverviewModel::shared(), SystemStats::shared());
+    else if (page == ToolPage::updates)
+        m_page = new UpdatesView(*m_updater);
     else
-        m_page = new PlaceholderPage(page);
+        m_page = new ScreenCleanView(ScreenCleanMode::shared());
     m_detail->addWidget(m_page);
     if (isVisible())
         pageAppeared();
@@ -131,6 +140,10 @@ void ToolsWindow::showPage(ToolPage page)
 
 void ToolsWindow::pageAppeared()
 {
-    if (auto *clean = qobject_cast<CleanListPage *>(m_page))
+    if (auto *clean = qobject_cast<CleanListView *>(m_page))
         clean->appeared();
+    else if (auto *overview = qobject_cast<OverviewView *>(m_page))
+        overview->appeared();
+    else if (auto *updates = qobject_cast<UpdatesView *>(m_page))
+        updates->appeared();
 }

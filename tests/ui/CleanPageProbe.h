@@ -4,7 +4,7 @@
 #include "core/text/PathText.h"
 #include "ui/kit/SectionHeader.h"
 #include "ui/pages/CleanItemsView.h"
-#include "ui/pages/CleanListPage.h"
+#include "ui/pages/CleanListView.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -86,7 +86,7 @@ struct FakePage
 {
     Fakes fakes;
     std::unique_ptr<CleanModel> model;
-    std::unique_ptr<CleanListPage> page;
+    std::unique_ptr<CleanListView> page;
 
     explicit FakePage(QList<CleanCategory> categories)
     {
@@ -102,7 +102,7 @@ struct FakePage
     }
     void build()
     {
-        page = std::make_unique<CleanListPage>(*model);
+        page = std::make_unique<CleanListView>(*model);
         page->resize(900, 620);
         page->show();
     }

@@ -15,3 +15,15 @@ void openFullDiskAccessSettings() {}
 void openAppStoreUpdates() {}
 
 } // namespace Platform
+
+namespace Platform {
+
+// (being written)
+void openApplication(const QString &) {}
+
+std::optional<QString> shortVersion()
+{
+    return std::nullopt;
+}
+
+} // namespace Platform

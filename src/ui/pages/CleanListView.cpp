@@ -1,4 +1,4 @@
-#include "ui/pages/CleanListPage.h"
+#include "ui/pages/CleanListView.h"
 
 #include "core/models/CleanModel.h"
 #include "core/text/Fmt.h"
@@ -22,7 +22,7 @@
 
 using namespace Qt::StringLiterals;
 
-struct CleanListPage::Private
+struct CleanListView::Private
 {
     CleanModel &model;
     QList<CleanSection *> sections;
@@ -60,7 +60,7 @@ QString removeLabel()
 
 } // namespace
 
-CleanListPage::CleanListPage(CleanModel &model, QWidget *parent)
+CleanListView::CleanListView(CleanModel &model, QWidget *parent)
     : QWidget(parent), d(new Private{model, {}, {}})
 {
     auto *content = new QWidget;
@@ -130,18 +130,18 @@ CleanListPage::CleanListPage(CleanModel &model, QWidget *parent)
     d->sync();
 }
 
-CleanListPage::~CleanListPage()
+CleanListView::~CleanListView()
 {
     delete d;
 }
 
-void CleanListPage::appeared()
+void CleanListView::appeared()
 {
     if (!d->model.scanned() && !d->model.scanning())
         d->model.scan();
 }
 
-void CleanListPage::confirmRemoval()
+void CleanListView::confirmRemoval()
 {
     const QString n = QString::number(d->model.selected().size());
     const QString size = Fmt::bytes(d->selectedBytes());
@@ -159,7 +159,7 @@ void CleanListPage::confirmRemoval()
                  });
 }
 
-void CleanListPage::Private::sync()
+void CleanListView::Private::sync()
 {
     const QList<CleanItem> &items = model.items();
     if (items.constData() != shown.constData() || items.size() != shown.size())
@@ -169,7 +169,7 @@ void CleanListPage::Private::sync()
     syncBar();
 }
 
-void CleanListPage::Private::syncRows()
+void CleanListView::Private::syncRows()
 {
     shown = model.items();
     QHash<CleanCategory, QList<CleanItem>> byCategory;
@@ -179,7 +179,7 @@ void CleanListPage::Private::syncRows()
         section->setItems(byCategory.value(section->category()));
 }
 
-void CleanListPage::Private::syncBar()
+void CleanListView::Private::syncBar()
 {
     const bool busy = model.scanning();
     spinner->setRunning(busy);
@@ -197,7 +197,7 @@ void CleanListPage::Private::syncBar()
     remove->setEnabled(!busy && !model.selected().isEmpty());
 }
 
-qint64 CleanListPage::Private::selectedBytes() const
+qint64 CleanListView::Private::selectedBytes() const
 {
     const QSet<QString> &selected = model.selected();
     if (selected.isEmpty())

@@ -7,13 +7,13 @@ class CleanModel;
 // One clean-up page: sections per category with All/None, rows with a tick, title,
 // elided subtitle, size and reveal button, the bottom bar and the removal confirmation.
 // Rows are drawn by a view with a delegate, so 10,000 items cost no widget each.
-class CleanListPage final : public QWidget
+class CleanListView final : public QWidget
 {
     Q_OBJECT
 
 public:
-    explicit CleanListPage(CleanModel &model, QWidget *parent = nullptr);
-    ~CleanListPage() override;
+    explicit CleanListView(CleanModel &model, QWidget *parent = nullptr);
+    ~CleanListView() override;
 
     // The page became visible (first show or a page switch): scans the first time.
     void appeared();

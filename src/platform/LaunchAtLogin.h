@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QString>
+#include <optional>
+
+// The app as a login item of the current user. The state lives with the system only
+// (macOS: the app's service registration; Linux: the XDG autostart entry
+// $XDG_CONFIG_HOME/autostart/quorvel.desktop); the program never stores it.
+namespace Platform::LaunchAtLogin {
+
+// On exactly when the system says the app starts at login.
+bool enabled();
+// Adds or removes the login item; the system's reason when it refuses.
+std::optional<QString> set(bool on);
+
+} // namespace Platform::LaunchAtLogin

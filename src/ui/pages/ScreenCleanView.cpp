@@ -1,0 +1,5 @@
+#include "ui/pages/ScreenCleanView.h"
+
+ScreenCleanView::ScreenCleanView(ScreenCleanMode &, QWidget *parent) : QWidget(parent) {}
+
+void ScreenCleanView::appeared() {}

@@ -1,0 +1,5 @@
+#include "ui/screenclean/OverlayWindows.h"
+
+void OverlayWindows::showWindows(ScreenCleanMode &) {}
+
+void OverlayWindows::closeWindows() {}

@@ -1,0 +1,3 @@
+#include "ui/screenclean/ScreenCleanOverlay.h"
+
+ScreenCleanOverlay::ScreenCleanOverlay(ScreenCleanMode &, QWidget *parent) : QWidget(parent) {}
