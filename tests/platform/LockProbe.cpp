@@ -1,0 +1,5 @@
+// (being written)
+int main()
+{
+    return 0;
+}
