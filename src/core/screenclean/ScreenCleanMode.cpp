@@ -1,15 +1,62 @@
 #include "core/screenclean/ScreenCleanMode.h"
 
-// (being written)
+#include "core/text/L10n.h"
+
+#include <QPointer>
+#include <QTimer>
+#include <chrono>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString permissionMessage()
+{
+    return L10n::pick(
+        u"Allow Quorvel in System Settings → Privacy & Security → Accessibility, then try again."_s,
+        u"请在「系统设置 → 隐私与安全性 → 辅助功能」里允许 Quorvel，然后再试。"_s);
+}
+
+QString lockMessage()
+{
+    return L10n::pick(u"Could not install the keyboard lock. Check the Accessibility permission."_s,
+                      u"无法锁定键盘，请检查辅助功能权限。"_s);
+}
+
+} // namespace
+
 ScreenCleanMode::Services ScreenCleanMode::Services::real()
 {
-    return {Platform::InputLock::create(), [] { return 0.0; },
-            [](double, std::function<void()>) { return std::function<void()>([] {}); }};
+    Services s;
+    s.lock = Platform::InputLock::create();
+    s.now = [] {
+        using Seconds = std::chrono::duration<double>;
+        return Seconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+    };
+    s.schedule = [](double seconds, std::function<void()> job) -> std::function<void()> {
+        // The timer owns itself: it goes after firing or when cancelled, whichever is first.
+        // deleteLater, because the cancel may come from inside the job it is running.
+        auto *timer = new QTimer;
+        timer->setSingleShot(true);
+        QObject::connect(timer, &QTimer::timeout, timer, [timer, job = std::move(job)] {
+            timer->deleteLater();
+            job();
+        });
+        timer->start(std::chrono::milliseconds(qint64(seconds * 1000)));
+        return [guard = QPointer<QTimer>(timer)] {
+            if (guard) {
+                guard->stop();
+                guard->deleteLater();
+            }
+        };
+    };
+    return s;
 }
 
 ScreenCleanMode &ScreenCleanMode::shared()
 {
-    static auto *mode = new ScreenCleanMode;
+    static auto *mode = new ScreenCleanMode; // never destroyed; the app stops it at quit
     return *mode;
 }
 
@@ -17,7 +64,10 @@ ScreenCleanMode::ScreenCleanMode(Services services, QObject *parent)
     : QObject(parent), m_services(std::move(services))
 {}
 
-ScreenCleanMode::~ScreenCleanMode() = default;
+ScreenCleanMode::~ScreenCleanMode()
+{
+    stop();
+}
 
 void ScreenCleanMode::setOverlayHost(OverlayHost *host)
 {
@@ -26,20 +76,87 @@ void ScreenCleanMode::setOverlayHost(OverlayHost *host)
 
 bool ScreenCleanMode::trusted() const
 {
-    return true;
+    return m_services.lock->trusted();
 }
 
-void ScreenCleanMode::requestPermission() {}
+void ScreenCleanMode::requestPermission()
+{
+    m_services.lock->requestTrust();
+}
 
-void ScreenCleanMode::start() {}
+void ScreenCleanMode::start()
+{
+    if (m_active)
+        return;
+    Platform::InputLock &lock = *m_services.lock;
+    if (!lock.trusted()) {
+        lock.requestTrust();
+        m_lastError = permissionMessage();
+        Q_EMIT changed();
+        return;
+    }
+    // Queued even though the lock calls on the main thread: a third press stops the mode,
+    // and the lock must not be released from inside its own event handling.
+    const bool installed = lock.install([this] {
+        QMetaObject::invokeMethod(this, &ScreenCleanMode::escPressed, Qt::QueuedConnection);
+    });
+    if (!installed) {
+        m_lastError = lockMessage();
+        Q_EMIT changed();
+        return;
+    }
+    if (m_host)
+        m_host->showWindows(*this);
+    lock.hidePointer();
+    m_escTimes.clear();
+    m_escCount = 0;
+    m_lastError.reset();
+    m_active = true;
+    // Held weakly: the job may outlive the controller it was made for.
+    m_cancelAutoExit = m_services.schedule(kAutoExitSeconds, [self = QPointer(this)] {
+        if (self)
+            self->stop();
+    });
+    Q_EMIT changed();
+}
 
-void ScreenCleanMode::stop() {}
+void ScreenCleanMode::stop()
+{
+    if (!m_active)
+        return;
+    m_services.lock->release();
+    if (m_host)
+        m_host->closeWindows();
+    m_services.lock->showPointer();
+    if (const std::function<void()> cancel = std::exchange(m_cancelAutoExit, nullptr))
+        cancel();
+    m_active = false;
+    m_escCount = 0;
+    Q_EMIT changed();
+}
 
-void ScreenCleanMode::openAccessibilitySettings() {}
+void ScreenCleanMode::openAccessibilitySettings()
+{
+    Platform::openAccessibilitySettings();
+}
 
 QString ScreenCleanMode::exitHint() const
 {
-    return {};
+    return L10n::pick(u"Press Esc 3 times quickly to exit"_s, u"连按 3 次 Esc 退出"_s) + u"  ("_s +
+           QString::number(m_escCount) + u"/3)"_s;
 }
 
-void ScreenCleanMode::escPressed() {}
+void ScreenCleanMode::escPressed()
+{
+    // A press queued just before a stop arrives after it and counts for nothing.
+    if (!m_active)
+        return;
+    const double now = m_services.now();
+    m_escTimes.removeIf([now](double t) { return now - t >= kEscInterval; });
+    m_escTimes.append(now);
+    m_escCount = int(m_escTimes.size());
+    if (m_escCount >= kEscPresses)
+        stop();
+    else
+        Q_EMIT changed();
+}
