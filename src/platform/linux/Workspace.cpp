@@ -1,5 +1,10 @@
 #include "platform/Workspace.h"
 
+#include <QFileInfo>
+#include <QProcess>
+
+using namespace Qt::StringLiterals;
+
 namespace Platform {
 
 // Linux desktops have no registry of running application bundles.
@@ -14,16 +19,21 @@ void openFullDiskAccessSettings() {}
 // There is no App Store to open on Linux.
 void openAppStoreUpdates() {}
 
-} // namespace Platform
-
-namespace Platform {
-
-// (being written)
-void openApplication(const QString &) {}
+// A bundle is just a folder here, so the user gets it in the file manager.
+void openApplication(const QString &bundlePath)
+{
+    if (bundlePath.isEmpty() || !QFileInfo::exists(bundlePath))
+        return;
+    // Absolute, so a relative name starting with '-' cannot pass for an option.
+    QProcess::startDetached(u"xdg-open"_s, {QFileInfo(bundlePath).absoluteFilePath()});
+}
 
 std::optional<QString> shortVersion()
 {
-    return std::nullopt;
+    const QString version = QStringLiteral(QUORVEL_VERSION);
+    if (version.isEmpty())
+        return std::nullopt;
+    return version;
 }
 
 } // namespace Platform

@@ -48,3 +48,29 @@ void Platform::openAppStoreUpdates()
             [[NSWorkspace sharedWorkspace] openURL:url];
     }
 }
+
+// Default options, no completion handler: a launch failure has nowhere to be shown.
+void Platform::openApplication(const QString &bundlePath)
+{
+    // fileURLWithPath: does not accept an empty path.
+    if (bundlePath.isEmpty())
+        return;
+    @autoreleasepool {
+        NSURL *url = [NSURL fileURLWithPath:bundlePath.toNSString()];
+        [[NSWorkspace sharedWorkspace]
+            openApplicationAtURL:url
+                   configuration:[NSWorkspaceOpenConfiguration configuration]
+               completionHandler:nil];
+    }
+}
+
+// Read from the bundle explicitly; a bare executable has no Info.plist and so no version.
+std::optional<QString> Platform::shortVersion()
+{
+    @autoreleasepool {
+        id value = [NSBundle.mainBundle objectForInfoDictionaryKey:@"CFBundleShortVersionString"];
+        if ([value isKindOfClass:[NSString class]] && [(NSString *)value length] > 0)
+            return QString::fromNSString((NSString *)value);
+    }
+    return std::nullopt;
+}
