@@ -4,9 +4,11 @@
 
 #include "core/health/SystemStats.h"
 #include "core/models/Nav.h"
+#include "core/screenclean/ScreenCleanMode.h"
 #include "ui/HealthPanel.h"
 #include "ui/Theme.h"
 #include "ui/ToolsWindow.h"
+#include "ui/screenclean/OverlayWindows.h"
 
 #include <QApplication>
 #include <QCursor>
@@ -30,16 +32,23 @@ constexpr qint64 kReopenGuardMs = 300;
 
 } // namespace
 
-App::App(QObject *parent) : QObject(parent)
+App::App(QObject *parent) : QObject(parent), m_overlays(std::make_unique<OverlayWindows>())
 {
     qApp->installEventFilter(this); // macOS hands "quorvel://" URLs over as open events
+    ScreenCleanMode::shared().setOverlayHost(m_overlays.get());
     connect(qApp, &QCoreApplication::aboutToQuit, this, [this] {
+        // First of all: the black windows and the input lock must never outlast the app.
+        ScreenCleanMode::shared().stop();
         if (m_tray)
             m_tray->hide();
     });
 }
 
-App::~App() = default;
+App::~App()
+{
+    ScreenCleanMode::shared().stop();
+    ScreenCleanMode::shared().setOverlayHost(nullptr);
+}
 
 void App::start(const QStringList &arguments, const QStringList &urls)
 {

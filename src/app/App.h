@@ -9,6 +9,7 @@
 #include <memory>
 
 class HealthPanel;
+class OverlayWindows;
 class QSystemTrayIcon;
 class Snapshot;
 class ToolsWindow;
@@ -51,4 +52,5 @@ private:
     QElapsedTimer m_panelHidden;
     QPointer<ToolsWindow> m_tools;
     std::unique_ptr<Snapshot> m_snapshot;
+    std::unique_ptr<OverlayWindows> m_overlays;
 };

@@ -4,10 +4,12 @@
 #include "core/models/CleanModel.h"
 #include "core/models/Nav.h"
 #include "core/models/OverviewModel.h"
+#include "core/screenclean/ScreenCleanMode.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 #include "core/updates/AppUpdater.h"
 #include "ui/HealthPanel.h"
+#include "ui/pages/ScreenCleanView.h"
 
 #include <QApplication>
 #include <QBuffer>
@@ -24,6 +26,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qreal kRenderScale = 2;
+constexpr QSize kScreenPageSize{720, 620};
 
 // The tools window as the user sees it: the first visible top-level with our title.
 QWidget *toolsWindow()
@@ -71,8 +74,7 @@ QList<Snapshot::Step> Snapshot::steps()
     list.append({[this] { QDir().mkpath(m_folder); }, 2});
     list.append({[this] { renderPanel(); }, 0});
     list.append({[this] { startWork(); }, 25});
-    // Here the screen-cleaning page is due, rendered at 720 x 620 as 5_screen.png. The app
-    // has no such page yet, and a render that cannot happen leaves its file out.
+    list.append({[this] { renderScreenPage(); }, 0});
     list.append({[this] { m_route(u"quorvel://tools"_s); }, 3});
     int number = 0;
     for (ToolPage page : kAllToolPages) {
@@ -113,6 +115,20 @@ void Snapshot::renderPanel()
     image.fill(panel.palette().window().color());
     panel.render(&image);
     save(image, u"0_menubar_panel.png"_s);
+}
+
+void Snapshot::renderScreenPage()
+{
+    ScreenCleanView page(ScreenCleanMode::shared());
+    page.ensurePolished();
+    page.setFixedSize(kScreenPageSize);
+    QImage image(kScreenPageSize * kRenderScale, QImage::Format_ARGB32_Premultiplied);
+    if (image.isNull())
+        return;
+    image.setDevicePixelRatio(kRenderScale);
+    image.fill(page.palette().window().color());
+    page.render(&image);
+    save(image, u"5_screen.png"_s);
 }
 
 void Snapshot::startWork()

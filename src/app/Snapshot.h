@@ -47,6 +47,7 @@ private:
     void run(qsizetype index);
 
     void renderPanel();
+    void renderScreenPage();
     void startWork();
     void capturePage(int number, const QString &raw);
     void writeUpdates();

@@ -1,7 +1,7 @@
 #include "ui/ToolsWindow.h"
 
-#include "core/models/CleanModel.h"
 #include "core/health/SystemStats.h"
+#include "core/models/CleanModel.h"
 #include "core/models/Nav.h"
 #include "core/models/OverviewModel.h"
 #include "core/screenclean/ScreenCleanMode.h"

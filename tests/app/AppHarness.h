@@ -139,19 +139,39 @@ inline QMap<QString, QString> record(const QString &root)
     return entries;
 }
 
-inline int quorvelWindows(const QString &display)
+// Runs xdotool against `display`; true when it succeeded.
+inline bool xdotool(const QString &display, const QStringList &arguments, QString *out = nullptr)
 {
-    QProcess search;
+    QProcess tool;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(u"DISPLAY"_s, display);
-    search.setProcessEnvironment(env);
+    tool.setProcessEnvironment(env);
+    tool.start(u"xdotool"_s, arguments);
+    if (!tool.waitForFinished(5000))
+        return false;
+    if (out)
+        *out = QString::fromUtf8(tool.readAllStandardOutput());
+    return tool.exitStatus() == QProcess::NormalExit && tool.exitCode() == 0;
+}
+
+// Visible top-level windows of the app, whatever their title (the cleaning overlay has none).
+inline int visibleAppWindows(const QString &display)
+{
+    QString out;
+    // Exit status 1 just means none matched.
+    xdotool(display, {u"search"_s, u"--onlyvisible"_s, u"--classname"_s, u"^quorvel$"_s}, &out);
+    return int(out.split(u'\n', Qt::SkipEmptyParts).size());
+}
+
+inline int quorvelWindows(const QString &display)
+{
+    QString out;
     // Visible only: xdotool matches names without regard to case, and Qt's hidden client
     // leader window is named after the executable, "quorvel".
-    search.start(u"xdotool"_s, {u"search"_s, u"--onlyvisible"_s, u"--name"_s, u"^Quorvel$"_s});
-    if (!search.waitForFinished(5000))
+    if (!xdotool(display, {u"search"_s, u"--onlyvisible"_s, u"--name"_s, u"^Quorvel$"_s}, &out) &&
+        !out.isEmpty())
         return -1;
-    return int(
-        QString::fromUtf8(search.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts).size());
+    return int(out.split(u'\n', Qt::SkipEmptyParts).size());
 }
 
 // Ends `app` with `signal` and tells whether it left normally within `ms`.

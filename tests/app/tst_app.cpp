@@ -14,7 +14,7 @@ namespace {
 
 const QStringList kPageShots{u"1_overview.png"_s,   u"2_cleanup.png"_s,    u"3_leftovers.png"_s,
                              u"4_largeFiles.png"_s, u"5_unusedApps.png"_s, u"7_updates.png"_s};
-// Every file a run may leave; the screen-cleaning page's render joins once it exists.
+// Every file a run may leave.
 const QStringList kAllowedOutput =
     kPageShots +
     QStringList{u"0_menubar_panel.png"_s, u"5_screen.png"_s, u"updates.txt"_s, u"leftovers.txt"_s};
@@ -53,6 +53,7 @@ private Q_SLOTS:
     void singleWindowWithoutTray();
     void relaunchAfterCrash();
     void quitWhileCleanUpPageScans();
+    void quitEndsScreenCleaning();
     void desktopEntry();
     void bundleProperties();
 
@@ -142,6 +143,10 @@ void AppTest::snapshot()
     QCOMPARE(panel.width, 760);
     QVERIFY(panel.height > 0);
     QVERIFY2(panel.colours >= kMinColours, "0_menubar_panel.png is blank");
+    const PngProbe screen = PngProbe::read(out + u"/5_screen.png"_s, kMinColours);
+    QVERIFY2(screen.valid, "5_screen.png is missing or unreadable");
+    QCOMPARE(QSize(screen.width, screen.height), QSize(1440, 1240));
+    QVERIFY2(screen.colours >= kMinColours, "5_screen.png is blank");
     for (const QString &name : kPageShots) {
         const PngProbe page = PngProbe::read(out + u'/' + name, kMinColours);
         QVERIFY2(page.valid, qPrintable(name + u" is missing or unreadable"_s));
@@ -272,6 +277,28 @@ void AppTest::quitWhileCleanUpPageScans()
     launchUnderX(app, run, {u"quorvel://tools/cleanup"_s});
     QVERIFY(toolsWindowOpens(app, m_x->display()));
     QVERIFY2(endsWithin(app, SIGINT, 2000), "quitting must not wait for the scan");
+}
+
+void AppTest::quitEndsScreenCleaning()
+{
+    if (!startX())
+        QSKIP("needs /usr/bin/Xvfb and xdotool");
+    Run run;
+    QVERIFY(QDir().mkpath(run.tmp()));
+    QProcess app;
+    launchUnderX(app, run, {u"quorvel://tools/screen"_s});
+    QVERIFY(toolsWindowOpens(app, m_x->display()));
+    const int before = visibleAppWindows(m_x->display());
+    // Keyboard only, as a user without a pointer would: focus the window, move from the
+    // sidebar to the page's one button and press it.
+    QVERIFY(xdotool(m_x->display(), {u"search"_s, u"--onlyvisible"_s, u"--name"_s, u"^Quorvel$"_s,
+                                     u"windowfocus"_s, u"--sync"_s}));
+    QVERIFY(xdotool(m_x->display(), {u"key"_s, u"Tab"_s, u"space"_s}));
+    // One black window joins per screen, and the keyboard is no longer anyone else's.
+    QVERIFY2(waitFor([&] { return visibleAppWindows(m_x->display()) == before + 1; }, 5000),
+             "the cleaning mode did not start");
+    QVERIFY2(endsWithin(app, SIGTERM, 2000), "quitting must end the mode and the app at once");
+    QVERIFY(waitFor([&] { return visibleAppWindows(m_x->display()) == 0; }, 2000));
 }
 
 void AppTest::desktopEntry()
