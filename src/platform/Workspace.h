@@ -26,6 +26,9 @@ void openAppStoreUpdates();
 // bundles to launch: it opens the bundle's folder in the file manager.
 void openApplication(const QString &bundlePath);
 
+// Shows the item in the file manager (Linux: opens its folder).
+void revealInFileManager(const QString &path);
+
 // The app's own short version ("1.2"), or none for a development build without one.
 std::optional<QString> shortVersion();
 

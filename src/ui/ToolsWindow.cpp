@@ -146,4 +146,6 @@ void ToolsWindow::pageAppeared()
         overview->appeared();
     else if (auto *updates = qobject_cast<UpdatesView *>(m_page))
         updates->appeared();
+    else if (auto *screen = qobject_cast<ScreenCleanView *>(m_page))
+        screen->appeared();
 }

@@ -28,6 +28,15 @@ void openApplication(const QString &bundlePath)
     QProcess::startDetached(u"xdg-open"_s, {QFileInfo(bundlePath).absoluteFilePath()});
 }
 
+// Selecting the item itself needs the file manager's D-Bus interface, which not every
+// desktop offers; its folder opens everywhere.
+void revealInFileManager(const QString &path)
+{
+    if (path.isEmpty())
+        return;
+    QProcess::startDetached(u"xdg-open"_s, {QFileInfo(QFileInfo(path).absoluteFilePath()).path()});
+}
+
 std::optional<QString> shortVersion()
 {
     const QString version = QStringLiteral(QUORVEL_VERSION);

@@ -74,3 +74,14 @@ std::optional<QString> Platform::shortVersion()
     }
     return std::nullopt;
 }
+
+// Finder opens a window on the item's folder with the item selected.
+void Platform::revealInFileManager(const QString &path)
+{
+    if (path.isEmpty())
+        return;
+    @autoreleasepool {
+        NSURL *url = [NSURL fileURLWithPath:path.toNSString()];
+        [[NSWorkspace sharedWorkspace] activateFileViewerSelectingURLs:@[ url ]];
+    }
+}

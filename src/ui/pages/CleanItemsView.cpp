@@ -7,14 +7,11 @@
 #include "ui/Theme.h"
 
 #include <QApplication>
-#include <QDesktopServices>
 #include <QHelpEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
-#include <QProcess>
 #include <QToolTip>
-#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -249,15 +246,4 @@ void CleanItemsView::wheelEvent(QWheelEvent *event)
 void CleanItemsView::fitHeight()
 {
     setFixedHeight(m_rows->rowCount() * CleanItemDelegate::rowHeight() + 2 * frameWidth());
-}
-
-void revealInFileManager(const QString &path)
-{
-#ifdef Q_OS_MACOS
-    QProcess::startDetached(u"/usr/bin/open"_s, {u"-R"_s, path});
-#else
-    // Selecting the item itself needs the file manager's D-Bus interface, which not every
-    // desktop offers; its folder opens everywhere.
-    QDesktopServices::openUrl(QUrl::fromLocalFile(PathText::parentFolder(path)));
-#endif
 }

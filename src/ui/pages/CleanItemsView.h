@@ -87,5 +87,3 @@ private:
     CleanItemDelegate *m_delegate;
 };
 
-// Shows the item in the system's file manager (on Linux: opens its folder).
-void revealInFileManager(const QString &path);

@@ -3,6 +3,7 @@
 #include "core/models/CleanModel.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
+#include "platform/Workspace.h"
 #include "ui/Theme.h"
 #include "ui/kit/Confirm.h"
 #include "ui/kit/ProminentButton.h"
@@ -70,7 +71,7 @@ CleanListView::CleanListView(CleanModel &model, QWidget *parent)
     for (CleanCategory category : model.categories()) {
         auto *section = new CleanSection(model, category, content);
         connect(section->view()->delegate(), &CleanItemDelegate::revealRequested, this,
-                &revealInFileManager);
+                &Platform::revealInFileManager);
         sections->addWidget(section);
         d->sections.append(section);
     }
