@@ -39,6 +39,18 @@ QWidget *toolsWindow()
     return nullptr;
 }
 
+// A widget off screen at twice its size on the window colour; null when out of memory.
+QImage rendered(QWidget &widget)
+{
+    QImage image(widget.size() * kRenderScale, QImage::Format_ARGB32_Premultiplied);
+    if (image.isNull())
+        return image;
+    image.setDevicePixelRatio(kRenderScale);
+    image.fill(widget.palette().window().color());
+    widget.render(&image);
+    return image;
+}
+
 } // namespace
 
 std::optional<QString> Snapshot::requestedFolder(const QStringList &arguments)
@@ -108,13 +120,7 @@ void Snapshot::renderPanel()
     panel.ensurePolished();
     panel.setFixedWidth(HealthPanel::kWidth);
     panel.adjustSize();
-    QImage image(panel.size() * kRenderScale, QImage::Format_ARGB32_Premultiplied);
-    if (image.isNull())
-        return;
-    image.setDevicePixelRatio(kRenderScale);
-    image.fill(panel.palette().window().color());
-    panel.render(&image);
-    save(image, u"0_menubar_panel.png"_s);
+    save(rendered(panel), u"0_menubar_panel.png"_s);
 }
 
 void Snapshot::renderScreenPage()
@@ -122,13 +128,7 @@ void Snapshot::renderScreenPage()
     ScreenCleanView page(ScreenCleanMode::shared());
     page.ensurePolished();
     page.setFixedSize(kScreenPageSize);
-    QImage image(kScreenPageSize * kRenderScale, QImage::Format_ARGB32_Premultiplied);
-    if (image.isNull())
-        return;
-    image.setDevicePixelRatio(kRenderScale);
-    image.fill(page.palette().window().color());
-    page.render(&image);
-    save(image, u"5_screen.png"_s);
+    save(rendered(page), u"5_screen.png"_s);
 }
 
 void Snapshot::startWork()

@@ -5,6 +5,7 @@
 #include "core/text/L10n.h"
 #include "ui/Theme.h"
 #include "ui/kit/ProminentButton.h"
+#include "ui/kit/TintedBox.h"
 
 #include <QFrame>
 #include <QGridLayout>
@@ -126,23 +127,6 @@ protected:
 private:
     double m_ratio = 0;
     QColor m_color;
-};
-
-// The network line's box, lightly tinted behind its content.
-class TintedBox final : public QWidget
-{
-public:
-    using QWidget::QWidget;
-
-protected:
-    void paintEvent(QPaintEvent *) override
-    {
-        QPainter painter(this);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(Qt::NoPen);
-        painter.setBrush(Theme::quaternaryFill());
-        painter.drawRoundedRect(QRectF(rect()), 8, 8);
-    }
 };
 
 class StatTile final : public QWidget

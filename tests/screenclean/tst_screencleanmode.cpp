@@ -1,5 +1,6 @@
 #include "core/screenclean/ScreenCleanMode.h"
 #include "core/text/L10n.h"
+#include "screenclean/FakeLock.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -9,40 +10,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString kPermissionEn =
-    u"Allow Quorvel in System Settings → Privacy & Security → Accessibility, then try again."_s;
-const QString kLockEn =
-    u"Could not install the keyboard lock. Check the Accessibility permission."_s;
-
 // Everything the lock, the host and the clock are asked, in order.
 using Log = QStringList;
-
-struct FakeLock final : Platform::InputLock
-{
-    Log &log;
-    bool isTrusted = true;
-    bool accepts = true;
-    std::function<void()> esc; // the callback of the current installation
-
-    explicit FakeLock(Log &l) : log(l) {}
-    bool trusted() override { return isTrusted; }
-    void requestTrust() override { log.append(u"requestTrust"_s); }
-    bool install(std::function<void()> escPressed) override
-    {
-        log.append(u"install"_s);
-        if (!accepts)
-            return false;
-        esc = std::move(escPressed);
-        return true;
-    }
-    void release() override
-    {
-        log.append(u"release"_s);
-        esc = nullptr;
-    }
-    void hidePointer() override { log.append(u"hidePointer"_s); }
-    void showPointer() override { log.append(u"showPointer"_s); }
-};
 
 struct FakeHost final : ScreenCleanMode::OverlayHost
 {

@@ -1,6 +1,7 @@
 #include "common/TestHome.h"
 #include "core/screenclean/ScreenCleanMode.h"
 #include "core/text/L10n.h"
+#include "screenclean/FakeLock.h"
 #include "ui/CleanPageProbe.h"
 #include "ui/Theme.h"
 #include "ui/pages/ScreenCleanView.h"
@@ -19,33 +20,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-const QString kPermissionEn =
-    u"Allow Quorvel in System Settings → Privacy & Security → Accessibility, then try again."_s;
-const QString kLockEn =
-    u"Could not install the keyboard lock. Check the Accessibility permission."_s;
-
-struct FakeLock final : Platform::InputLock
-{
-    QStringList &log;
-    bool isTrusted = true;
-    bool accepts = true;
-    std::function<void()> esc;
-
-    explicit FakeLock(QStringList &l) : log(l) {}
-    bool trusted() override { return isTrusted; }
-    void requestTrust() override { log.append(u"requestTrust"_s); }
-    bool install(std::function<void()> escPressed) override
-    {
-        log.append(u"install"_s);
-        if (accepts)
-            esc = std::move(escPressed);
-        return accepts;
-    }
-    void release() override { log.append(u"release"_s); }
-    void hidePointer() override { log.append(u"hidePointer"_s); }
-    void showPointer() override { log.append(u"showPointer"_s); }
-};
 
 // A mode on a fake lock and clock with the real black windows; nothing is ever scheduled
 // to run, so the ten-minute end never interferes.

@@ -4,11 +4,11 @@
 #include "core/text/L10n.h"
 #include "ui/Theme.h"
 #include "ui/kit/ProminentButton.h"
+#include "ui/kit/TintedBox.h"
 
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QPainter>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -48,26 +48,9 @@ QLabel *text(QWidget *parent, const QString &name, Theme::Font role, bool wrap)
     return l;
 }
 
-// The permission box: a faint rounded fill behind its column.
-class PermissionBox final : public QWidget
-{
-public:
-    using QWidget::QWidget;
-
-protected:
-    void paintEvent(QPaintEvent *) override
-    {
-        QPainter painter(this);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(Qt::NoPen);
-        painter.setBrush(Theme::quaternaryFill());
-        painter.drawRoundedRect(QRectF(rect()), 8, 8);
-    }
-};
-
 QWidget *permissionBox(QWidget *parent, ScreenCleanMode &mode)
 {
-    auto *box = new PermissionBox(parent);
+    auto *box = new TintedBox(parent);
     box->setObjectName(u"permissionBox"_s);
     auto *column = new QVBoxLayout(box);
     column->setContentsMargins(12, 12, 12, 12);
