@@ -49,7 +49,9 @@ void Platform::openAppStoreUpdates()
     }
 }
 
-// Default options, no completion handler: a launch failure has nowhere to be shown.
+// Default options, no completion handler: a launch failure has nowhere to be shown. Qt 6.4
+// still lets the deployment target go down to 10.14, before the configuration API; there,
+// opening the bundle's URL launches it as a double click in the Finder would.
 void Platform::openApplication(const QString &bundlePath)
 {
     // fileURLWithPath: does not accept an empty path.
@@ -57,10 +59,14 @@ void Platform::openApplication(const QString &bundlePath)
         return;
     @autoreleasepool {
         NSURL *url = [NSURL fileURLWithPath:bundlePath.toNSString()];
-        [[NSWorkspace sharedWorkspace]
-            openApplicationAtURL:url
-                   configuration:[NSWorkspaceOpenConfiguration configuration]
-               completionHandler:nil];
+        NSWorkspace *workspace = [NSWorkspace sharedWorkspace];
+        if (@available(macOS 10.15, *)) {
+            [workspace openApplicationAtURL:url
+                              configuration:[NSWorkspaceOpenConfiguration configuration]
+                          completionHandler:nil];
+        } else {
+            [workspace openURL:url];
+        }
     }
 }
 
