@@ -86,4 +86,3 @@ private:
     CleanItemsModel *m_rows;
     CleanItemDelegate *m_delegate;
 };
-
