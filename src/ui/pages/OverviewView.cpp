@@ -9,6 +9,7 @@
 #include "ui/Theme.h"
 #include "ui/kit/Confirm.h"
 #include "ui/kit/ProminentButton.h"
+#include "ui/kit/TintedBox.h"
 #include "ui/pages/RingChart.h"
 
 #include <QApplication>
@@ -87,20 +88,10 @@ public:
         header->addWidget(titleLabel);
         header->addStretch(1);
         column->addLayout(header);
-        m_body = new QWidget(this);
+        m_body = new TintedBox(this);
         column->addWidget(m_body);
     }
     QWidget *body() const { return m_body; }
-
-protected:
-    void paintEvent(QPaintEvent *) override
-    {
-        QPainter painter(this);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(Qt::NoPen);
-        painter.setBrush(Theme::quaternaryFill());
-        painter.drawRoundedRect(QRectF(m_body->geometry()), 8, 8);
-    }
 
 private:
     QWidget *m_body;
