@@ -3,6 +3,7 @@
 
 #include "core/cleanup/CleanCategory.h"
 #include "core/cleanup/SafetyGuard.h"
+#include "core/text/PathText.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -79,7 +80,7 @@ int check(const QStringList &arguments)
             });
         } else {
             text +=
-                path +
+                PathText::escaped(path) +
                 (refusal ? QStringLiteral("\trefused\t") + *refusal : QStringLiteral("\tallowed")) +
                 u'\n';
         }

@@ -10,6 +10,7 @@
 #include "core/text/L10n.h"
 
 #include <QDir>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -72,32 +73,30 @@ std::optional<QSet<QString>> pathsOf(const QList<CleanItem> &items, const QStrin
 struct Outcome
 {
     QList<CleanItem> moved;
-    QList<CleanItem> failed;
+    QList<std::pair<CleanItem, QString>> failed; // with the reason
+    QStringList unlogged;                        // moved, but the log line was not written
 };
 
-// What the removal did, read back from the model: a taken item that is still listed was
-// skipped.
+// What the removal did to each taken item, as the engine reports it.
 Outcome outcome(const CleanModel &model, const QList<CleanItem> &taken)
 {
-    QSet<QString> listed;
-    for (const CleanItem &item : model.items())
-        listed.insert(item.id());
-    Outcome result;
-    for (const CleanItem &item : taken)
-        (listed.contains(item.id()) ? result.failed : result.moved).append(item);
-    return result;
-}
-
-// The summary names at most five skipped items as "title: reason"; the rest get no reason.
-QJsonValue reasonFor(const CleanItem &item, const QString &message)
-{
-    const QStringList lines = message.split(u'\n').mid(1);
-    const QString prefix = item.title + u':';
-    for (const QString &line : lines) {
-        if (line.startsWith(prefix))
-            return line.mid(prefix.size()).trimmed();
+    QHash<QString, const Cleaner::Outcome *> byPath;
+    if (const auto &removal = model.lastRemoval()) {
+        for (const Cleaner::Outcome &item : removal->items)
+            byPath.insert(item.path, &item);
     }
-    return QJsonValue();
+    Outcome result;
+    for (const CleanItem &item : taken) {
+        const Cleaner::Outcome *done = byPath.value(item.path);
+        if (done == nullptr || done->kind != Cleaner::Outcome::Kind::moved) {
+            result.failed.append({item, done ? done->reason : QString()});
+            continue;
+        }
+        result.moved.append(item);
+        if (done->logFailure)
+            result.unlogged.append(item.path);
+    }
+    return result;
 }
 
 QString jsonReport(bool dryRun, const QList<CleanItem> &taken, const Outcome &done,
@@ -107,12 +106,11 @@ QString jsonReport(bool dryRun, const QList<CleanItem> &taken, const Outcome &do
     for (const CleanItem &item : taken)
         paths.append(item.path);
     QJsonArray failures;
-    for (const CleanItem &item : done.failed) {
-        failures.append(QJsonObject{{u"path"_s, item.path},
-                                    {u"title"_s, item.title},
-                                    {u"reason"_s, reasonFor(item, message.value_or(QString()))}});
+    for (const auto &[item, reason] : done.failed) {
+        failures.append(
+            QJsonObject{{u"path"_s, item.path}, {u"title"_s, item.title}, {u"reason"_s, reason}});
     }
-    const QJsonObject root{
+    QJsonObject root{
         {u"dryRun"_s, dryRun},
         {u"taken"_s, paths},
         {u"count"_s, done.moved.size()},
@@ -120,6 +118,8 @@ QString jsonReport(bool dryRun, const QList<CleanItem> &taken, const Outcome &do
         {u"failures"_s, failures},
         {u"message"_s, message ? QJsonValue(*message) : QJsonValue()},
     };
+    if (!done.unlogged.isEmpty())
+        root.insert(u"notLogged"_s, QJsonArray::fromStringList(done.unlogged));
     return QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Indented));
 }
 
@@ -181,7 +181,7 @@ int clean(const QStringList &arguments)
     if (taken.isEmpty() || dryRun) {
         // A dry run reports what would move as if it had.
         if (json)
-            Output::out(jsonReport(dryRun, taken, {taken, {}}, std::nullopt));
+            Output::out(jsonReport(dryRun, taken, {taken, {}, {}}, std::nullopt));
         else if (dryRun && !taken.isEmpty())
             Output::out(
                 L10n::pick(u"Dry run: nothing was moved.\n"_s, u"演练：未移动任何项目。\n"_s));

@@ -6,6 +6,7 @@
 #include "core/models/ToolPage.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
+#include "core/text/PathText.h"
 
 using namespace Qt::StringLiterals;
 
@@ -40,9 +41,10 @@ QString itemLine(const CleanItem &item, std::optional<bool> tick)
     QString line = u"  "_s;
     if (tick)
         line += *tick ? u"[x] "_s : u"[ ] "_s;
-    line += Fmt::bytes(item.bytes).rightJustified(9) + u"  "_s + item.title;
+    // Names are escaped: a line feed in a file name must not start a line of its own.
+    line += Fmt::bytes(item.bytes).rightJustified(9) + u"  "_s + PathText::escaped(item.title);
     if (!item.subtitle.isEmpty())
-        line += u" — "_s + item.subtitle;
+        line += u" — "_s + PathText::escaped(item.subtitle);
     return line + u'\n';
 }
 

@@ -24,8 +24,12 @@ struct TrashMove
     QString systemText; // the system's own localised description, when it offers one
 };
 
-// A symbolic link is moved as the link itself, also when the path ends in "/".
-TrashMove moveToTrash(const QString &path);
+// A symbolic link is moved as the link itself, also when the path ends in "/". Every
+// folder below `anchor` on the way to the item must be a real folder, not a link; the
+// move acts on the folder so reached, so swapping one for a link meanwhile makes the move
+// fail or leaves it moving the very entry that was there, never another. `path` must lie
+// below `anchor`; the anchor itself may be reached through links.
+TrashMove moveToTrash(const QString &path, const QString &anchor = QStringLiteral("/"));
 
 // The folder holding the home Trash's items: ~/.Trash on macOS, the XDG home Trash's
 // files/ on Linux. It may not exist yet.

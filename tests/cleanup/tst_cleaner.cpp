@@ -98,7 +98,7 @@ void CleanerTest::emptyListWritesNothing()
 void CleanerTest::refusalsInInputOrder()
 {
     int calls = 0;
-    const auto mover = [&](const QString &) {
+    const auto mover = [&](const QString &, const QString &) {
         ++calls;
         return Platform::TrashMove{};
     };
@@ -149,7 +149,7 @@ void CleanerTest::failureReasons()
     QFETCH(bool, zh);
     QFETCH(QString, line);
     L10n::overrideForTesting(zh);
-    const auto mover = [&](const QString &) {
+    const auto mover = [&](const QString &, const QString &) {
         return failed(Platform::TrashFailure(failure), code, systemText);
     };
     const auto result =
@@ -162,7 +162,7 @@ void CleanerTest::failureReasons()
 
 void CleanerTest::unknownResultingPath()
 {
-    const auto mover = [](const QString &) {
+    const auto mover = [](const QString &, const QString &) {
         Platform::TrashMove move;
         move.moved = true;
         return move;
@@ -228,8 +228,8 @@ void CleanerTest::logAppendsAndNeverTruncates()
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write("earlier entry\n");
     }
-    RemovalLog::append(u"userCache\t1 KB\t/a → /b"_s);
-    RemovalLog::append(u"logs\t2 KB\t/c → Trash"_s);
+    QVERIFY(!RemovalLog::append({u"userCache"_s, u"1 KB"_s, u"/a → /b"_s}));
+    QVERIFY(!RemovalLog::append({u"logs"_s, u"2 KB"_s, u"/c → Trash"_s}));
     const QStringList lines = logLines();
     QCOMPARE(lines.size(), 3);
     QCOMPARE(lines[0], u"earlier entry"_s);

@@ -33,6 +33,24 @@ struct Recorder
     }
 };
 
+// Moves everything but the paths in `failing`, which are refused, as the cleaner reports it.
+Cleaner::Result fakeRemoval(const QList<CleanItem> &items, const QSet<QString> &failing)
+{
+    using Kind = Cleaner::Outcome::Kind;
+    Cleaner::Result r;
+    for (const CleanItem &i : items) {
+        const bool fails = failing.contains(i.path);
+        r.items.append({i.path, fails ? Kind::refused : Kind::moved, {}, {}, u"refused"_s});
+        if (fails) {
+            r.failures.append(i.title + u": protected location — refused"_s);
+            continue;
+        }
+        ++r.count;
+        r.bytes += i.bytes;
+    }
+    return r;
+}
+
 CleanModel::Services fakes(Recorder &rec)
 {
     CleanModel::Services s;
@@ -76,14 +94,7 @@ CleanModel::Services fakes(Recorder &rec)
         progress(4000);
         return QList<CleanItem>{item(u"/h/Movies/big.mov"_s, CleanCategory::largeFiles)};
     };
-    s.remove = [](const QList<CleanItem> &items) {
-        Cleaner::Result r;
-        for (const CleanItem &i : items) {
-            ++r.count;
-            r.bytes += i.bytes;
-        }
-        return r;
-    };
+    s.remove = [](const QList<CleanItem> &items) { return fakeRemoval(items, {}); };
     return s;
 }
 
@@ -116,8 +127,7 @@ private Q_SLOTS:
     void largeFileProgressIsBareDigits();
     void secondScanIsIgnored();
     void removal();
-    void failureMatching_data();
-    void failureMatching();
+    void sameTitles();
     void summaryTexts();
     void nothingSelected();
     void destroyedWhileScanning();
@@ -231,16 +241,7 @@ void CleanModelTest::removal()
     Recorder rec;
     CleanModel::Services s = fakes(rec);
     s.remove = [](const QList<CleanItem> &items) {
-        Cleaner::Result r;
-        for (const CleanItem &i : items) {
-            if (i.title == u"com.x") {
-                r.failures.append(i.title + u": protected location — refused"_s);
-                continue;
-            }
-            ++r.count;
-            r.bytes += i.bytes;
-        }
-        return r;
+        return fakeRemoval(items, {u"/h/Library/Caches/com.x"_s});
     };
     CleanModel model({CleanCategory::userCache, CleanCategory::logs}, s);
     model.scan();
@@ -268,41 +269,37 @@ void CleanModelTest::removal()
     waitIdle(model);
 }
 
-void CleanModelTest::failureMatching_data()
+void CleanModelTest::sameTitles()
 {
-    QTest::addColumn<QStringList>("titles");
-    QTest::addColumn<QStringList>("failures");
-    QTest::addColumn<QList<int>>("failedIndexes");
-    QTest::newRow("same title marks the first")
-        << QStringList{u"Same"_s, u"Same"_s} << QStringList{u"Same: nope"_s} << QList<int>{0};
-    QTest::newRow("both same-title failures mark the first only")
-        << QStringList{u"Same"_s, u"Same"_s} << QStringList{u"Same: a"_s, u"Same: b"_s}
-        << QList<int>{0};
-    QTest::newRow("title needs its colon")
-        << QStringList{u"App"_s, u"App2"_s} << QStringList{u"App2: nope"_s} << QList<int>{1};
-    QTest::newRow("prefix title with colon")
-        << QStringList{u"a"_s, u"a:b"_s} << QStringList{u"a:b: nope"_s} << QList<int>{0};
-    QTest::newRow("unmatched line ignored")
-        << QStringList{u"x"_s} << QStringList{u"y: nope"_s} << QList<int>{};
-}
-
-void CleanModelTest::failureMatching()
-{
-    QFETCH(QStringList, titles);
-    QFETCH(QStringList, failures);
-    QFETCH(QList<int>, failedIndexes);
-    QList<CleanItem> taken;
-    for (int i = 0; i < titles.size(); ++i)
-        taken.append(item(u"/p/%1"_s.arg(i), CleanCategory::logs, 1, titles[i]));
-    QSet<QString> expected;
-    for (int i : failedIndexes)
-        expected.insert(taken[i].path);
-    QCOMPARE(CleanModel::failedPaths(taken, failures), expected);
+    // Titles repeat and prefix each other; what stays is decided by path alone.
+    Recorder rec;
+    CleanModel::Services s = fakes(rec);
+    const QStringList titles{u"Same"_s, u"Same"_s, u"a"_s, u"a:b"_s};
+    s.leftovers = [titles] {
+        QList<CleanItem> found;
+        for (int i = 0; i < titles.size(); ++i)
+            found.append(item(u"/p/%1"_s.arg(i), CleanCategory::leftovers, 1, titles[i]));
+        return found;
+    };
+    s.remove = [](const QList<CleanItem> &items) {
+        return fakeRemoval(items, {u"/p/1"_s, u"/p/2"_s});
+    };
+    CleanModel model({CleanCategory::leftovers}, s);
+    model.scan();
+    waitIdle(model);
+    model.setSelected({u"/p/0"_s, u"/p/1"_s, u"/p/2"_s, u"/p/3"_s});
+    model.clean();
+    waitIdle(model);
+    QStringList left;
+    for (const CleanItem &i : model.items())
+        left.append(i.path);
+    QCOMPARE(left, (QStringList{u"/p/1"_s, u"/p/2"_s}));
+    QCOMPARE(model.selected(), (QSet<QString>{u"/p/1"_s, u"/p/2"_s}));
 }
 
 void CleanModelTest::summaryTexts()
 {
-    Cleaner::Result r{3, 1'500'000, {}};
+    Cleaner::Result r{3, 1'500'000, {}, {}};
     for (int i = 1; i <= 7; ++i)
         r.failures.append(u"item%1: failed"_s.arg(i));
     const QString en = CleanModel::summary(r);
@@ -310,8 +307,8 @@ void CleanModelTest::summaryTexts()
     QVERIFY(en.startsWith(u"Moved 3 item(s) (1.5 MB) to the Trash.\nSkipped:\nitem1: failed\n"_s));
     QVERIFY(en.endsWith(u"item5: failed"_s));
     L10n::overrideForTesting(true);
-    const QString zh = CleanModel::summary({0, 0, {u"a: x"_s}});
-    const QString zhPlain = CleanModel::summary({2, 2'000'000, {}});
+    const QString zh = CleanModel::summary({0, 0, {u"a: x"_s}, {}});
+    const QString zhPlain = CleanModel::summary({2, 2'000'000, {}, {}});
     L10n::overrideForTesting(false);
     QCOMPARE(zh, u"已把 0 项（零 KB）移到废纸篓。\n已跳过：\na: x"_s);
     QCOMPARE(zhPlain, u"已把 2 项（2 MB）移到废纸篓。"_s);

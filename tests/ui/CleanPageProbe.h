@@ -63,7 +63,14 @@ struct Fakes
             ++removals;
             Cleaner::Result result;
             for (const CleanItem &i : items) {
-                if (i.path.endsWith(u".vmdk"_s)) {
+                const bool refused = i.path.endsWith(u".vmdk"_s);
+                result.items.append(
+                    {i.path,
+                     refused ? Cleaner::Outcome::Kind::refused : Cleaner::Outcome::Kind::moved,
+                     {},
+                     {},
+                     {}});
+                if (refused) {
                     result.failures.append(i.title + u": protected file type — refused"_s);
                 } else {
                     ++result.count;

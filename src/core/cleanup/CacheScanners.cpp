@@ -74,7 +74,9 @@ QList<CleanItem> fixedLocations(const std::array<const char *, N> &locations,
     for (const char *location : locations) {
         const QString path = ScanPrimitives::inHome(QString::fromUtf8(location));
         struct stat st;
-        if (lstat(QFile::encodeName(path).constData(), &st) == 0)
+        // A link here is not the tool's data but a pointer to somewhere else: not an item.
+        if (!ScanPrimitives::reachedThroughLink(path) &&
+            lstat(QFile::encodeName(path).constData(), &st) == 0 && !S_ISLNK(st.st_mode))
             present.append(path);
     }
     return measured(present, category);

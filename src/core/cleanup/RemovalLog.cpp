@@ -1,34 +1,102 @@
 #include "core/cleanup/RemovalLog.h"
 
+#include "core/text/PathText.h"
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+
+#include <array>
+#include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace RemovalLog {
+namespace {
 
-QString path()
+constexpr std::array<const char *, 3> kFolders{"Library", "Logs", "Quorvel"};
+constexpr const char *kFile = "removals.log";
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+const QString &home()
 {
-    static const QString location =
-        QDir::homePath() + QStringLiteral("/Library/Logs/Quorvel/removals.log");
+    static const QString location = QDir::homePath();
     return location;
 }
 
-void append(const QString &line)
+// `name` inside `dirFd` as a real folder, created private when missing; -1 with errno.
+int folderIn(int dirFd, const char *name)
 {
-    const QString file = path();
-    QDir().mkpath(file.left(file.lastIndexOf(u'/')));
-    const QByteArray entry =
-        (QDateTime::currentDateTimeUtc().toString(Qt::ISODate) + u'\t' + line + u'\n').toUtf8();
+    const int fd = ::openat(dirFd, name, kFolderFlags);
+    if (fd >= 0 || errno != ENOENT)
+        return fd;
+    if (::mkdirat(dirFd, name, 0700) != 0 && errno != EEXIST)
+        return -1;
+    return ::openat(dirFd, name, kFolderFlags);
+}
+
+// The log's folder: the home folder (which may sit behind a link), then each folder below it
+// without following one; the last must be the user's own.
+int openFolder()
+{
+    int fd = ::open(QFile::encodeName(home()).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (const char *name : kFolders) {
+        if (fd < 0)
+            return -1;
+        const int next = folderIn(fd, name);
+        const int error = errno;
+        ::close(fd);
+        errno = error;
+        fd = next;
+    }
+    struct stat st = {};
+    if (fd >= 0 && (::fstat(fd, &st) != 0 || st.st_uid != ::geteuid())) {
+        ::close(fd);
+        errno = EPERM;
+        return -1;
+    }
+    return fd;
+}
+
+} // namespace
+
+QString path()
+{
+    return home() + QStringLiteral("/Library/Logs/Quorvel/") + QLatin1String(kFile);
+}
+
+std::optional<int> append(const QStringList &fields)
+{
+    QString line = QDateTime::currentDateTimeUtc().toString(Qt::ISODate);
+    for (const QString &field : fields)
+        line += u'\t' + PathText::escaped(field);
+    const QByteArray entry = (line + u'\n').toUtf8();
+
+    const int folder = openFolder();
+    if (folder < 0)
+        return errno;
     // O_APPEND makes every write land at the end, so concurrent removals interleave whole
-    // lines; the file is never truncated or replaced, even when it cannot be opened.
-    const QByteArray native = QFile::encodeName(file);
-    const int fd = ::open(native.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    // lines. O_NONBLOCK keeps a planted pipe from holding the removal up.
+    const int fd = ::openat(
+        folder, kFile, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    const int openError = errno;
+    ::close(folder);
     if (fd < 0)
-        return;
-    [[maybe_unused]] const ssize_t written = ::write(fd, entry.constData(), size_t(entry.size()));
+        return openError;
+    std::optional<int> failure;
+    struct stat st = {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        failure = EINVAL;
+    } else {
+        const ssize_t written = ::write(fd, entry.constData(), size_t(entry.size()));
+        if (written < 0)
+            failure = errno;
+        else if (written != entry.size())
+            failure = ENOSPC;
+    }
     ::close(fd);
+    return failure;
 }
 
 } // namespace RemovalLog

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
+#include <optional>
 
 // The user's append-only record of every move to the Trash.
 namespace RemovalLog {
@@ -8,8 +10,12 @@ namespace RemovalLog {
 // ~/Library/Logs/Quorvel/removals.log, fixed at first use.
 QString path();
 
-// Appends "<UTC time stamp>\t<line>\n" in one write to the file opened for appending; the
-// folder and file are created by the first call. Never truncates, never reports failure.
-void append(const QString &line);
+// Appends "<UTC time stamp>\t<field>\t<field>…\n" in one write to the file opened for
+// appending, each field escaped (PathText::escaped) so that one call is always one line.
+// The folders and the file are created by the first call (the log's own folder 0700, the
+// file 0600) and reached without following a link: a log or folder that is a link, a log
+// folder owned by someone else, or a log that is no regular file gets nothing. Never
+// truncates. nullopt when the line was written, else the errno that stopped it.
+std::optional<int> append(const QStringList &fields);
 
 } // namespace RemovalLog

@@ -3,8 +3,10 @@
 #include "core/plist/PlistReader.h"
 #include "core/text/L10n.h"
 #include "core/text/PathText.h"
+#include "platform/NoLinkPath.h"
 
 #include <QDir>
+#include <QFile>
 #include <QStringList>
 #include <array>
 
@@ -116,6 +118,27 @@ QString appleApp()
                       QStringLiteral("Apple 自带应用，拒绝"));
 }
 
+QString throughLink()
+{
+    return L10n::pick(QStringLiteral("path goes through a symbolic link — refused"),
+                      QStringLiteral("路径经过符号链接 — 已拒绝"));
+}
+
+// The move resolves every folder on the way; a link among them would carry it somewhere
+// no rule above has judged. The item itself may be a link: it moves as one.
+std::optional<QString> linkRefusal(const QString &standard)
+{
+    const QString base = anchor(standard);
+    const QString parent = PathText::parentFolder(standard);
+    QByteArray relative;
+    if (!Platform::NoLinkPath::relativeTo(QFile::encodeName(base), QFile::encodeName(parent),
+                                          &relative))
+        return std::nullopt;
+    if (Platform::NoLinkPath::passesThroughLink(QFile::encodeName(base), relative))
+        return throughLink();
+    return std::nullopt;
+}
+
 std::optional<QString> applicationRefusal(const QString &path, const QString &standard)
 {
     // Extension and parent come from the path as passed, not from the standardised one.
@@ -137,11 +160,20 @@ std::optional<QString> applicationRefusal(const QString &path, const QString &st
 
 } // namespace
 
+QString anchor(const QString &standardPath)
+{
+    const QString &h = home();
+    return standardPath.startsWith(h + u'/') ? h : QStringLiteral("/");
+}
+
 std::optional<QString> refusal(const QString &path, CleanCategory category)
 {
     const QString p = PathText::standardized(path);
-    if (category == CleanCategory::unusedApps)
-        return applicationRefusal(path, p);
+    if (category == CleanCategory::unusedApps) {
+        if (auto refused = applicationRefusal(path, p))
+            return refused;
+        return linkRefusal(p);
+    }
 
     const QString &h = home();
     if (!p.startsWith(h + u'/'))
@@ -171,7 +203,7 @@ std::optional<QString> refusal(const QString &path, CleanCategory category)
     });
     if (!admitted)
         return notCleanable();
-    return std::nullopt;
+    return linkRefusal(p);
 }
 
 } // namespace SafetyGuard

@@ -5,6 +5,7 @@
 #include "core/process/Shell.h"
 #include "core/text/PathText.h"
 #include "core/util/Utf8.h"
+#include "platform/NoLinkPath.h"
 
 #include <QDir>
 #include <QFile>
@@ -18,13 +19,42 @@ using namespace Qt::StringLiterals;
 
 namespace ScanPrimitives {
 
+int openFolder(const QString &folder)
+{
+    if (folder.isEmpty())
+        return -1;
+    const QString standard = PathText::standardized(folder);
+    const QString home = PathText::standardized(QDir::homePath());
+    const QString anchor = standard == home || standard.startsWith(home + u'/') ? home : u"/"_s;
+    QByteArray relative;
+    if (!Platform::NoLinkPath::relativeTo(QFile::encodeName(anchor), QFile::encodeName(standard),
+                                          &relative))
+        return -1;
+    return Platform::NoLinkPath::openFolder(QFile::encodeName(anchor), relative);
+}
+
+bool reachedThroughLink(const QString &path)
+{
+    const QString standard = PathText::standardized(path);
+    const QString home = PathText::standardized(QDir::homePath());
+    const QString anchor = standard.startsWith(home + u'/') ? home : u"/"_s;
+    QByteArray relative;
+    return Platform::NoLinkPath::relativeTo(QFile::encodeName(anchor),
+                                            QFile::encodeName(PathText::parentFolder(standard)),
+                                            &relative) &&
+           Platform::NoLinkPath::passesThroughLink(QFile::encodeName(anchor), relative);
+}
+
 QStringList entryNames(const QString &folder, Hidden hidden)
 {
     QStringList names;
-    const QByteArray native = QFile::encodeName(folder);
-    DIR *dir = native.isEmpty() ? nullptr : opendir(native.constData());
-    if (!dir)
+    const int fd = openFolder(folder);
+    DIR *dir = fd < 0 ? nullptr : fdopendir(fd);
+    if (!dir) {
+        if (fd >= 0)
+            close(fd);
         return names;
+    }
     while (const dirent *d = readdir(dir)) {
         const char *name = d->d_name;
         if (name[0] == '.') {

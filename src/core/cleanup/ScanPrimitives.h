@@ -12,9 +12,18 @@ namespace ScanPrimitives {
 
 enum class Hidden { drop, keep };
 
+// `folder` opened for reading with no symbolic link on the way: below the home folder when
+// it lies inside it, else below the root. A scan root that is a link, or lies behind one,
+// would list another folder than the one the rules name. -1 when it cannot be opened so.
+int openFolder(const QString &folder);
+
+// True when a folder on the way to `path` (not `path` itself) is a symbolic link.
+bool reachedThroughLink(const QString &path);
+
 // Names of the direct entries of `folder`, in the file system's own order; empty when it
-// cannot be listed. Names that are not valid UTF-8 are always dropped: they cannot be
-// shown, and a lossy decoding could lead a later move to a different file.
+// cannot be listed or is reached through a link (see openFolder). Names that are not valid UTF-8
+// are always dropped: they cannot be shown, and a lossy decoding could lead a later move to a
+// different file.
 QStringList entryNames(const QString &folder, Hidden hidden = Hidden::drop);
 
 // Full paths of the visible direct entries of `folder`, in listing order.

@@ -192,25 +192,11 @@ void CleanModel::clean()
     QPointer<CleanModel> self(this);
     Background::run([self, taken, remove = m_services.remove] {
         const Cleaner::Result result = remove(taken);
-        MainThread::post([self, taken, result] {
+        MainThread::post([self, result] {
             if (self)
-                self->finishClean(taken, result);
+                self->finishClean(result);
         });
     });
-}
-
-QSet<QString> CleanModel::failedPaths(const QList<CleanItem> &taken, const QStringList &failures)
-{
-    QSet<QString> failed;
-    for (const QString &line : failures) {
-        for (const CleanItem &item : taken) {
-            if (line.startsWith(item.title + u':')) {
-                failed.insert(item.path);
-                break;
-            }
-        }
-    }
-    return failed;
 }
 
 QString CleanModel::summary(const Cleaner::Result &result)
@@ -223,20 +209,23 @@ QString CleanModel::summary(const Cleaner::Result &result)
         text += u'\n' + L10n::pick(u"Skipped:"_s, u"已跳过："_s) + u'\n' +
                 result.failures.mid(0, 5).join(u'\n');
     }
+    if (const std::optional<QString> unlogged = Cleaner::unloggedText(result))
+        text += u'\n' + *unlogged;
     return text;
 }
 
-void CleanModel::finishClean(const QList<CleanItem> &taken, const Cleaner::Result &result)
+void CleanModel::finishClean(const Cleaner::Result &result)
 {
-    const QSet<QString> failed = failedPaths(taken, result.failures);
+    // By path: titles repeat (one app's remains in several folders), paths do not.
     QSet<QString> moved;
-    for (const CleanItem &item : taken) {
-        if (!failed.contains(item.path))
-            moved.insert(item.path);
+    for (const Cleaner::Outcome &outcome : result.items) {
+        if (outcome.kind == Cleaner::Outcome::Kind::moved)
+            moved.insert(outcome.path);
     }
     m_items.removeIf([&](const CleanItem &item) { return moved.contains(item.path); });
     m_selected -= moved;
     m_message = summary(result);
+    m_lastRemoval = result;
     m_scanning = false;
     Q_EMIT changed();
 }

@@ -61,17 +61,19 @@ public:
     // Moves the selected items to the Trash; nothing when nothing is selected.
     void clean();
 
-    // The removal summary: moved count and size, then at most five skipped lines.
+    // What the last removal did to each item it took; nullopt before the first.
+    const std::optional<Cleaner::Result> &lastRemoval() const { return m_lastRemoval; }
+
+    // The removal summary: moved count and size, then at most five skipped lines, then a
+    // line when some moves could not be logged.
     static QString summary(const Cleaner::Result &result);
-    // The taken items a failure line belongs to: the first whose title and ":" start it.
-    static QSet<QString> failedPaths(const QList<CleanItem> &taken, const QStringList &failures);
 
 Q_SIGNALS:
     void changed();
 
 private:
     void finishScan(QList<CleanItem> found);
-    void finishClean(const QList<CleanItem> &taken, const Cleaner::Result &result);
+    void finishClean(const Cleaner::Result &result);
     void setProgress(const QString &text);
 
     QList<CleanCategory> m_categories;
@@ -82,4 +84,5 @@ private:
     QString m_progress;
     std::optional<QString> m_message;
     bool m_scanned = false;
+    std::optional<Cleaner::Result> m_lastRemoval;
 };

@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QList>
+#include <algorithm>
 
 namespace PathText {
 namespace {
@@ -65,6 +66,32 @@ QString parentFolder(const QString &path)
     while (view.size() > 1 && view.endsWith(u'/'))
         view.chop(1);
     return view.isEmpty() ? QStringLiteral("/") : view.toString();
+}
+
+QString escaped(const QString &text)
+{
+    constexpr char kHex[] = "0123456789ABCDEF";
+    const auto special = [](QChar c) {
+        return c.unicode() < 0x20 || c.unicode() == 0x7F || c == u'\\';
+    };
+    if (std::none_of(text.begin(), text.end(), special))
+        return text;
+    QString out;
+    out.reserve(text.size() + 8);
+    for (const QChar c : text) {
+        if (!special(c))
+            out += c;
+        else if (c == u'\n')
+            out += QStringLiteral("\\n");
+        else if (c == u'\t')
+            out += QStringLiteral("\\t");
+        else if (c == u'\\')
+            out += QStringLiteral("\\\\");
+        else
+            out += QStringLiteral("\\x") + QLatin1Char(kHex[c.unicode() >> 4]) +
+                   QLatin1Char(kHex[c.unicode() & 0xF]);
+    }
+    return out;
 }
 
 } // namespace PathText

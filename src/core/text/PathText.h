@@ -21,4 +21,9 @@ QString extension(const QString &path);
 // "/Applications/X.app/"); "/" for a top-level entry.
 QString parentFolder(const QString &path);
 
+// One line of text whatever a name holds: control characters (U+0000 to U+001F, U+007F)
+// and the backslash become "\n", "\t", "\\" or "\xHH", so a file name can neither start
+// a new line nor add a field to a tab-separated one.
+QString escaped(const QString &text);
+
 } // namespace PathText

@@ -1,9 +1,11 @@
 #include "platform/Trash.h"
 
+#include "platform/NoLinkPath.h"
 #include "platform/linux/XdgTrashPaths.h"
 
 #include <QDir>
 #include <QFile>
+#include <QList>
 
 #include <cerrno>
 #include <cstdio>
@@ -12,6 +14,7 @@
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <variant>
 
 // The XDG Trash: files/<name> holds the item, info/<name>.trashinfo says where it came from.
@@ -71,11 +74,52 @@ std::optional<QByteArray> realPath(const QByteArray &path)
     return result;
 }
 
-// Creates `path` exclusively and writes `text` in full. 0, or the errno; EEXIST means the
-// name is taken. A partly written file is removed again.
-int writeNewFile(const QByteArray &path, const QByteArray &text)
+// Absolute, without ".", "..", empty components or trailing slashes: the form the guard
+// judged, so that "link/" names the link and ".." cannot climb out of a checked folder.
+QByteArray standardized(const QString &given)
 {
-    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    QByteArray raw = QFile::encodeName(given);
+    if (!raw.startsWith('/'))
+        raw = joined(QFile::encodeName(QDir::currentPath()), raw);
+    QList<QByteArray> parts;
+    for (const QByteArray &part : raw.split('/')) {
+        if (part.isEmpty() || part == ".")
+            continue;
+        if (part == "..") {
+            if (!parts.isEmpty())
+                parts.removeLast();
+            continue;
+        }
+        parts.append(part);
+    }
+    return '/' + parts.join('/');
+}
+
+// An open descriptor, closed when the holder goes.
+class Fd
+{
+public:
+    explicit Fd(int fd = -1) : m_fd(fd) {}
+    ~Fd()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    Fd(const Fd &) = delete;
+    Fd &operator=(const Fd &) = delete;
+    Fd(Fd &&other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    int get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+// Creates `name` in `dirFd` exclusively and writes `text` in full. 0, or the errno; EEXIST
+// means the name is taken. A partly written file is removed again.
+int writeNewFile(int dirFd, const QByteArray &name, const QByteArray &text)
+{
+    const int fd = ::openat(dirFd, name.constData(),
+                            O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0)
         return errno;
     int error = 0;
@@ -89,59 +133,68 @@ int writeNewFile(const QByteArray &path, const QByteArray &text)
     if (::close(fd) != 0 && error == 0 && errno != EINTR)
         error = errno;
     if (error != 0)
-        ::unlink(path.constData());
+        ::unlinkat(dirFd, name.constData(), 0);
     return error;
 }
 
-// rename(2) that fails with EEXIST instead of replacing an existing target. File systems
+// renameat(2) that fails with EEXIST instead of replacing an existing target. File systems
 // without RENAME_NOREPLACE get a look-then-rename, which is as close as they allow.
-int renameNoReplace(const QByteArray &from, const QByteArray &to)
+int renameNoReplace(int fromDir, const QByteArray &from, int toDir, const QByteArray &to)
 {
-    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
+    if (::renameat2(fromDir, from.constData(), toDir, to.constData(), RENAME_NOREPLACE) == 0)
         return 0;
     if (errno != EINVAL && errno != ENOSYS)
         return errno;
     struct stat st = {};
-    if (::lstat(to.constData(), &st) == 0)
+    if (::fstatat(toDir, to.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0)
         return EEXIST;
-    if (::rename(from.constData(), to.constData()) == 0)
+    if (::renameat(fromDir, from.constData(), toDir, to.constData()) == 0)
         return 0;
     return errno == ENOTEMPTY ? EEXIST : errno;
 }
 
-// The item as the kernel should see it: absolute, without trailing slashes (so "link/"
-// names the link), its folder resolved so it can be compared with Trash folders.
+// The item as the move will act on it: its folder held open, reached from the anchor
+// without passing through a link, so that relinking any folder on the way afterwards
+// changes nothing about which entry moves.
 struct Item
 {
-    QByteArray path; // parent resolved, the entry itself not
+    Fd parent;
+    QByteArray path; // the anchor resolved, then the link-free rest
     QByteArray name;
     dev_t device = 0; // of the entry, not of what a link points to
 };
 
-std::variant<Item, TrashMove> locate(const QString &given)
+std::variant<Item, TrashMove> locate(const QString &given, const QString &anchorText)
 {
     if (given.isEmpty())
         return failed(TrashFailure::missing, ENOENT);
-    if (given.contains(QChar(u'\0'))) // would silently shorten the path at the C boundary
-        return failed(TrashFailure::other, EINVAL);
+    if (given.contains(QChar(u'\0')) || anchorText.contains(QChar(u'\0')))
+        return failed(TrashFailure::other, EINVAL); // would shorten the path at the C boundary
 
-    QByteArray path = QFile::encodeName(given);
-    if (!path.startsWith('/'))
-        path = joined(QFile::encodeName(QDir::currentPath()), path);
-    while (path.size() > 1 && path.endsWith('/'))
-        path.chop(1);
-
+    const QByteArray path = standardized(given);
+    const QByteArray anchor = standardized(anchorText);
     const QByteArray name = path.mid(path.lastIndexOf('/') + 1);
-    if (name.isEmpty() || name == "." || name == "..")
+    QByteArray relative;
+    if (name.isEmpty() || !NoLinkPath::relativeTo(anchor, XdgTrash::parentOf(path), &relative))
         return failed(TrashFailure::other, EINVAL);
 
+    Fd parent(NoLinkPath::openFolder(anchor, relative));
+    if (parent.get() < 0) {
+        const int error = errno;
+        if (error == ELOOP || error == ENOTDIR) // a link, or a file where a folder should be
+            return NoLinkPath::passesThroughLink(anchor, relative)
+                       ? failed(TrashFailure::other, ELOOP)
+                       : failed(TrashFailure::missing, ENOTDIR);
+        return failedWith(error);
+    }
     struct stat st = {};
-    if (::lstat(path.constData(), &st) != 0) // ENOTDIR: a file stands where a folder should be
-        return errno == ENOTDIR ? failed(TrashFailure::missing, errno) : failedWith(errno);
-    const std::optional<QByteArray> folder = realPath(XdgTrash::parentOf(path));
-    if (!folder)
+    if (::fstatat(parent.get(), name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
         return failedWith(errno);
-    return Item{joined(*folder, name), name, st.st_dev};
+    const std::optional<QByteArray> realAnchor = realPath(anchor);
+    if (!realAnchor)
+        return failedWith(errno);
+    const QByteArray realParent = relative.isEmpty() ? *realAnchor : joined(*realAnchor, relative);
+    return Item{std::move(parent), joined(realParent, name), name, st.st_dev};
 }
 
 XdgTrash::Folder trashFor(const Item &item)
@@ -156,18 +209,41 @@ XdgTrash::Folder trashFor(const Item &item)
 
     // The item's own folder must be on the item's file system, or the item is a mount
     // point, which no rename can move.
-    const QByteArray folder = XdgTrash::parentOf(item.path);
     struct stat st = {};
-    if (::stat(folder.constData(), &st) != 0 || st.st_dev != item.device)
+    if (::fstat(item.parent.get(), &st) != 0 || st.st_dev != item.device)
         return {{}, {}, TrashFailure::noTrash, EXDEV};
-    return XdgTrash::prepareTopTrash(folder, item.device);
+    return XdgTrash::prepareTopTrash(XdgTrash::parentOf(item.path), item.device);
+}
+
+// The Trash's files/ and info/, opened once and used by descriptor from here on. A home
+// Trash may sit behind a link the user made; a volume's Trash is shared ground and is
+// reached without any.
+struct OpenTrash
+{
+    Fd files;
+    Fd info;
+};
+
+std::optional<OpenTrash> openTrash(const XdgTrash::Folder &trash)
+{
+    Fd root(trash.topDir.isEmpty()
+                ? ::open(trash.path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)
+                : NoLinkPath::openFolder("/", trash.path.mid(1)));
+    if (root.get() < 0)
+        return std::nullopt;
+    constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    OpenTrash open{Fd(::openat(root.get(), "files", flags)),
+                   Fd(::openat(root.get(), "info", flags))};
+    if (open.files.get() < 0 || open.info.get() < 0)
+        return std::nullopt;
+    return open;
 }
 
 } // namespace
 
-TrashMove moveToTrash(const QString &path)
+TrashMove moveToTrash(const QString &path, const QString &anchor)
 {
-    const std::variant<Item, TrashMove> located = locate(path);
+    std::variant<Item, TrashMove> located = locate(path, anchor);
     if (const TrashMove *failure = std::get_if<TrashMove>(&located))
         return *failure;
     const Item &item = std::get<Item>(located);
@@ -182,6 +258,9 @@ TrashMove moveToTrash(const QString &path)
         return failedWith(errno);
     if (isWithin(item.path, *realTrash) || isWithin(*realTrash, item.path))
         return failed(TrashFailure::other, EINVAL);
+    const std::optional<OpenTrash> open = openTrash(trash);
+    if (!open)
+        return failed(TrashFailure::noTrash, errno);
 
     const QByteArray recorded =
         trash.topDir.isEmpty()
@@ -191,27 +270,27 @@ TrashMove moveToTrash(const QString &path)
 
     for (int attempt = 1; attempt <= maxNameAttempts; ++attempt) {
         const QByteArray stored = XdgTrash::storedName(item.name, attempt);
-        const QByteArray infoPath = joined(trash.path, "info/" + stored + ".trashinfo");
-        if (const int error = writeNewFile(infoPath, info)) {
+        const QByteArray infoName = stored + ".trashinfo";
+        if (const int error = writeNewFile(open->info.get(), infoName, info)) {
             if (error == EEXIST)
                 continue;
             return error == ENOENT ? failed(TrashFailure::noTrash, error) : failedWith(error);
         }
 
-        const QByteArray target = joined(trash.path, "files/" + stored);
-        const int error = renameNoReplace(item.path, target);
+        const int error = renameNoReplace(item.parent.get(), item.name, open->files.get(), stored);
         if (error == 0) {
             TrashMove move;
             move.moved = true;
-            move.trashedPath = QFile::decodeName(target);
+            move.trashedPath = QFile::decodeName(joined(trash.path, "files/" + stored));
             return move;
         }
-        ::unlink(infoPath.constData());
+        ::unlinkat(open->info.get(), infoName.constData(), 0);
         if (error == EEXIST)
             continue;
         if (error == ENOENT) { // the item vanished, or the Trash did
             struct stat st = {};
-            const bool itemGone = ::lstat(item.path.constData(), &st) != 0;
+            const bool itemGone =
+                ::fstatat(item.parent.get(), item.name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0;
             return failed(itemGone ? TrashFailure::missing : TrashFailure::noTrash, error);
         }
         return failedWith(error);

@@ -1,10 +1,13 @@
 #include "platform/Trash.h"
 
+#include "platform/NoLinkPath.h"
+
 #include <QDir>
 #include <QFile>
 
 #include <cerrno>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #import <Foundation/Foundation.h>
 
@@ -81,7 +84,7 @@ void describeFailure(NSError *error, Platform::TrashMove &move)
 
 } // namespace
 
-Platform::TrashMove Platform::moveToTrash(const QString &path)
+Platform::TrashMove Platform::moveToTrash(const QString &path, const QString &anchor)
 {
     TrashMove move;
 
@@ -96,6 +99,30 @@ Platform::TrashMove Platform::moveToTrash(const QString &path)
     QString itemPath = path;
     while (itemPath.size() > 1 && itemPath.endsWith(QLatin1Char('/')))
         itemPath.chop(1);
+
+    // Every folder below the anchor must be a real one (O_NOFOLLOW_ANY, macOS 11). The file
+    // manager takes a path, not a descriptor, so a window remains between this check and its
+    // move in which a folder could be swapped for a link; Foundation offers no way to close it.
+    {
+        const QString cleanItem = QDir::cleanPath(itemPath);
+        const QString cleanAnchor = QDir::cleanPath(anchor);
+        QByteArray relative;
+        const int slash = int(cleanItem.lastIndexOf(QLatin1Char('/')));
+        const QString parent = slash <= 0 ? QStringLiteral("/") : cleanItem.left(slash);
+        if (!NoLinkPath::relativeTo(QFile::encodeName(cleanAnchor), QFile::encodeName(parent),
+                                    &relative)) {
+            move.failure = TrashFailure::other;
+            move.errorCode = EINVAL;
+            return move;
+        }
+        const int folder = NoLinkPath::openFolder(QFile::encodeName(cleanAnchor), relative);
+        if (folder < 0) {
+            move.errorCode = errno == ENOTDIR ? ELOOP : errno;
+            move.failure = move.errorCode == ENOENT ? TrashFailure::missing : TrashFailure::other;
+            return move;
+        }
+        ::close(folder);
+    }
 
     // lstat, not stat: a link to a folder must stay a file URL, or it would be resolved.
     struct stat info

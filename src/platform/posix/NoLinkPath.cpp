@@ -1,0 +1,98 @@
+#include "platform/NoLinkPath.h"
+
+#include <QList>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#if defined(__linux__)
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#endif
+
+namespace Platform::NoLinkPath {
+namespace {
+
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+// One name at a time, none of them followed; works on every kernel.
+int walk(int fd, const QByteArray &relative)
+{
+    for (const QByteArray &name : relative.split('/')) {
+        if (fd < 0)
+            break;
+        if (name.isEmpty())
+            continue;
+        const int next = ::openat(fd, name.constData(), folderFlags | O_NOFOLLOW);
+        const int error = errno;
+        ::close(fd);
+        errno = error;
+        fd = next;
+    }
+    return fd;
+}
+
+} // namespace
+
+int openFolder(const QByteArray &anchor, const QByteArray &relative)
+{
+    const int base = ::open(anchor.constData(), folderFlags);
+    if (base < 0 || relative.isEmpty())
+        return base;
+#if defined(__linux__) && defined(SYS_openat2)
+    // The kernel refuses every link on the way in one call; older kernels say ENOSYS.
+    open_how how = {};
+    how.flags = folderFlags;
+    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_BENEATH;
+    const int fd = int(::syscall(SYS_openat2, base, relative.constData(), &how, sizeof how));
+    if (fd >= 0 || (errno != ENOSYS && errno != EPERM)) {
+        const int error = errno;
+        ::close(base);
+        errno = error;
+        return fd;
+    }
+#endif
+#if defined(O_NOFOLLOW_ANY)
+    // No link anywhere in the relative part, checked by the kernel in one call (macOS 11+).
+    const int fd = ::openat(base, relative.constData(), folderFlags | O_NOFOLLOW_ANY);
+    const int error = errno;
+    ::close(base);
+    errno = error;
+    return fd;
+#else
+    return walk(base, relative);
+#endif
+}
+
+bool passesThroughLink(const QByteArray &anchor, const QByteArray &relative)
+{
+    QByteArray path = anchor;
+    for (const QByteArray &name : relative.split('/')) {
+        if (name.isEmpty())
+            continue;
+        path += (path.endsWith('/') ? "" : "/") + name;
+        struct stat st = {};
+        if (::lstat(path.constData(), &st) != 0)
+            return false;
+        if (S_ISLNK(st.st_mode))
+            return true;
+    }
+    return false;
+}
+
+bool relativeTo(const QByteArray &anchor, const QByteArray &path, QByteArray *relative)
+{
+    if (path == anchor) {
+        relative->clear();
+        return true;
+    }
+    const QByteArray prefix = anchor.endsWith('/') ? anchor : anchor + '/';
+    if (!path.startsWith(prefix))
+        return false;
+    *relative = path.mid(prefix.size());
+    return true;
+}
+
+} // namespace Platform::NoLinkPath
