@@ -1,3 +1,4 @@
+#include "common/PeakMemory.h"
 #include "common/TestHome.h"
 #include "core/process/Shell.h"
 
@@ -241,6 +242,35 @@ private Q_SLOTS:
         const qint64 elapsed = clock.elapsed();
         QVERIFY2(elapsed >= atLeastMs, "stopped too early");
         QVERIFY2(elapsed < underMs, "the call outlived its time limit");
+    }
+
+    // Output past the cap is no answer, and a flood is stopped at the cap rather than at the
+    // time limit. Memory stays bounded at any rate; the flood runs first, before the rows
+    // that need the full cap raise the high-water mark.
+    void outputCap_data()
+    {
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<qsizetype>("expectedSize"); // -1: nullopt
+        const QString cap = QString::number(Shell::maxOutputBytes);
+        QTest::newRow("endless output") << u"exec yes"_s << qsizetype(-1);
+        QTest::newRow("endless output, SIGTERM ignored")
+            << u"trap '' TERM; exec yes"_s << qsizetype(-1);
+        QTest::newRow("exactly the cap")
+            << u"head -c "_s + cap + u" /dev/zero | tr '\\0' a"_s << Shell::maxOutputBytes;
+        QTest::newRow("one byte past the cap")
+            << u"head -c "_s + cap + u" /dev/zero | tr '\\0' a; echo"_s << qsizetype(-1);
+    }
+    void outputCap()
+    {
+        QFETCH(QString, script);
+        QFETCH(qsizetype, expectedSize);
+        QElapsedTimer clock;
+        clock.start();
+        const Result result = sh(script, 60.0);
+        QVERIFY2(clock.elapsed() < 15000, "the flood ran into the time limit");
+        QCOMPARE(result ? result->size() : -1, expectedSize);
+        const qint64 peak = peakResidentMiB();
+        QVERIFY2(peak > 0 && peak < 128, QByteArray::number(peak).constData());
     }
 
     // Standard input is ours, not a pipe left open: the child reads what we would read.

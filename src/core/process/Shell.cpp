@@ -18,9 +18,7 @@ namespace {
 // caller asks for: it is there so that no program, however stubborn, can hang a caller.
 constexpr qint64 kKillGraceMs = 5000;
 
-// The longest single wait. Waiting in short slices lets us empty the stderr buffer as we
-// go, so a child flooding stderr costs a bounded amount of memory, and lets us act on the
-// deadlines without an event loop.
+// The longest single wait; short slices let us act on the deadlines without an event loop.
 constexpr qint64 kSliceMs = 100;
 
 QProcessEnvironment childEnvironment(const QMap<QString, QString> &overrides)
@@ -67,6 +65,8 @@ std::optional<QString> run(const QString &executable, const QStringList &argumen
     process.setArguments(arguments);
     process.setProcessEnvironment(childEnvironment(env));
     process.setProcessChannelMode(QProcess::SeparateChannels);
+    // Straight to the null device, so no amount of it is ever held here.
+    process.setStandardErrorFile(QProcess::nullDevice());
     process.setInputChannelMode(QProcess::ForwardedInputChannel);
     process.start(QIODevice::ReadOnly);
     // Whether exec succeeded is known as soon as the child either execs or fails, so this
@@ -75,11 +75,12 @@ std::optional<QString> run(const QString &executable, const QStringList &argumen
         return std::nullopt;
 
     QByteArray output;
+    bool overflowed = false;
     bool terminated = false;
     bool killed = false;
     QDeadlineTimer killDeadline;
     while (process.state() != QProcess::NotRunning) {
-        if (!terminated && deadline.hasExpired()) {
+        if (!terminated && (overflowed || deadline.hasExpired())) {
             process.terminate();
             terminated = true;
             killDeadline.setRemainingTime(kKillGraceMs);
@@ -96,12 +97,29 @@ std::optional<QString> run(const QString &executable, const QStringList &argumen
         // A remaining time of -1 means "forever", which the slice already bounds.
         if (wait < 0)
             wait = kSliceMs;
-        process.waitForFinished(static_cast<int>(wait));
+        // waitForFinished() would pull in everything the child writes during the wait, so we
+        // wait for output instead and take it one pipe's worth at a time. Once stdout is
+        // closed (at its end, or by us) waitForReadyRead() returns at once and the rest of
+        // the slice is spent waiting for the exit.
+        const QDeadlineTimer slice(wait);
+        if (!process.waitForReadyRead(static_cast<int>(wait)))
+            process.waitForFinished(static_cast<int>(slice.remainingTime()));
 
+        if (overflowed)
+            continue;
         output += process.readAllStandardOutput();
-        process.readAllStandardError();
+        if (output.size() > maxOutputBytes) {
+            overflowed = true;
+            output.clear();
+            // From here on QProcess reads and drops whatever else arrives.
+            process.closeReadChannel(QProcess::StandardOutput);
+        }
     }
+    if (overflowed)
+        return std::nullopt;
     output += process.readAllStandardOutput();
+    if (output.size() > maxOutputBytes)
+        return std::nullopt;
 
     return decodeUtf8(output);
 }
