@@ -7,7 +7,16 @@
 #include <QTcpSocket>
 #include <QTimer>
 #include <QUrl>
+#include <algorithm>
+#include <atomic>
 #include <memory>
+#include <thread>
+#include <vector>
+
+#include <cerrno>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 // An HTTP server on 127.0.0.1 for the network sources' tests, well-behaved or not: it
 // records each request's head and answers the path by its route.
@@ -21,9 +30,10 @@ public:
         closeEarly,   // promises more body than it sends, then closes
         stall,        // headers and all but the last bytes of the body, then silence
         drip,         // the whole answer in small pieces, 60 ms apart
-        dripForever,  // headers, then one body byte every 50 ms without end
+        dripForever,  // headers, then one chunked body byte every 50 ms without end
         redirectLoop, // 302 back to the same path
         garbage,      // bytes that are no HTTP answer
+        flood,        // a chunked body without end, as fast as the client takes it
     };
     struct Route
     {
@@ -38,6 +48,14 @@ public:
         QObject::connect(&m_server, &QTcpServer::newConnection, &m_server, [this] { accept(); });
         m_server.listen(QHostAddress::LocalHost);
     }
+    ~LocalHttpServer()
+    {
+        m_stop = true;
+        for (std::thread &flood : m_floods)
+            flood.join();
+    }
+    LocalHttpServer(const LocalHttpServer &) = delete;
+    LocalHttpServer &operator=(const LocalHttpServer &) = delete;
 
     bool listening() const { return m_server.isListening(); }
     quint16 port() const { return m_server.serverPort(); }
@@ -112,10 +130,10 @@ private:
             auto rest = std::make_shared<QByteArray>(whole);
             const qsizetype piece = whole.size() / 8 + 1;
             if (forever)
-                socket->write(statusHead(route.status, 100'000'000, route.headers));
+                socket->write(chunkedHead(route.status, route.headers));
             QObject::connect(timer, &QTimer::timeout, socket, [socket, rest, piece, forever] {
                 if (forever) {
-                    socket->write(" ");
+                    socket->write("1\r\n \r\n");
                     return;
                 }
                 socket->write(rest->left(piece));
@@ -135,9 +153,55 @@ private:
             socket->write("SSH-2.0-OpenSSH_9.2\r\n\x01\x02\xff\xfe<rss>\r\n\r\n");
             socket->disconnectFromHost();
             break;
+        case Behaviour::flood:
+            // Written from a thread of its own, so that the rate is not tied to the event
+            // loop the client shares with us.
+            m_floods.emplace_back(
+                [this, fd = ::dup(int(socket->socketDescriptor())),
+                 head = chunkedHead(route.status, route.headers)] { flood(fd, head); });
+            socket->abort();
+            break;
         }
+    }
+
+    static QByteArray chunkedHead(int status, const QByteArray &headers)
+    {
+        return "HTTP/1.1 " + QByteArray::number(status) +
+               " Status\r\nTransfer-Encoding: chunked\r\n" + headers + "\r\n";
+    }
+
+    void flood(int fd, const QByteArray &head) const
+    {
+        const QByteArray chunk = "10000\r\n" + QByteArray(0x10000, 'x') + "\r\n";
+        QByteArray pending = head + chunk;
+        qsizetype offset = 0;
+        while (fd >= 0 && !m_stop) {
+            pollfd out{fd, POLLOUT, 0};
+            if (::poll(&out, 1, 50) < 0 || (out.revents & (POLLERR | POLLHUP)))
+                break;
+            if (!(out.revents & POLLOUT))
+                continue;
+#ifdef MSG_NOSIGNAL
+            constexpr int flags = MSG_NOSIGNAL;
+#else
+            constexpr int flags = 0; // Qt's sockets have SIGPIPE ignored for the process
+#endif
+            const ssize_t sent =
+                ::send(fd, pending.constData() + offset, size_t(pending.size() - offset), flags);
+            if (sent < 0 && errno != EINTR && errno != EAGAIN)
+                break;
+            offset += std::max<ssize_t>(sent, 0);
+            if (offset == pending.size()) {
+                pending = chunk;
+                offset = 0;
+            }
+        }
+        if (fd >= 0)
+            ::close(fd);
     }
 
     QTcpServer m_server;
     QHash<QByteArray, Route> m_routes;
+    std::atomic<bool> m_stop = false;
+    std::vector<std::thread> m_floods;
 };

@@ -16,6 +16,9 @@ namespace {
 std::chrono::milliseconds g_inactivity = defaultInactivity;
 std::chrono::milliseconds g_total = defaultTotal;
 
+// What Qt may hold for a reply beyond what we have read.
+constexpr qint64 kReadBufferBytes = 1024 * 1024;
+
 QNetworkAccessManager *manager()
 {
     static QPointer<QNetworkAccessManager> nam;
@@ -52,11 +55,15 @@ void start(const QUrl &url, const QList<Header> &headers, Done done)
     request.setTransferTimeout(int(g_inactivity.count()));
 
     QNetworkReply *reply = manager()->get(request);
+    // Without a limit Qt reads the socket as fast as the peer sends, whatever we take, so
+    // a fast server could fill memory long before readyRead gets to count. With one, Qt
+    // stops reading until we drain, which readyRead always does.
+    reply->setReadBufferSize(kReadBufferBytes);
     auto transfer = std::make_shared<Transfer>();
-    // abort() emits finished() before it returns; the flag tells that handler why.
+    // abort() can emit finished() before it returns; the flag tells that handler why.
     const auto abandon = [reply, transfer] {
-        transfer->abandoned = true;
-        reply->abort();
+        if (!std::exchange(transfer->abandoned, true))
+            reply->abort();
     };
 
     auto *total = new QTimer(reply);
@@ -64,8 +71,15 @@ void start(const QUrl &url, const QList<Header> &headers, Done done)
     QObject::connect(total, &QTimer::timeout, reply, abandon);
     total->start(g_total);
 
+    // An announced length past the cap gives the body up at its first bytes.
+    QObject::connect(reply, &QNetworkReply::downloadProgress, reply,
+                     [transfer, abandon](qint64 received, qint64 announced) {
+                         if (!transfer->finished &&
+                             (received > maxBodyBytes || announced > maxBodyBytes))
+                             abandon();
+                     });
     QObject::connect(reply, &QIODevice::readyRead, reply, [reply, transfer, abandon] {
-        if (transfer->finished)
+        if (transfer->finished || transfer->abandoned)
             return;
         transfer->body += reply->readAll();
         if (transfer->body.size() > maxBodyBytes)

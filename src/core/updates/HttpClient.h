@@ -21,7 +21,8 @@ using Done = std::function<void(std::optional<QByteArray> body)>;
 // The longest wait without data, as the sources require.
 inline constexpr std::chrono::milliseconds defaultInactivity{15000};
 // Our own additions, so that no server can keep a check open or fill memory: a request
-// is abandoned after this long in all, or once its body grows past maxBodyBytes.
+// is abandoned after this long in all, or once its body grows (or is announced to grow)
+// past maxBodyBytes, however fast it arrives.
 inline constexpr std::chrono::milliseconds defaultTotal{60000};
 inline constexpr qsizetype maxBodyBytes = 8 * 1024 * 1024;
 
