@@ -26,20 +26,33 @@ QString usage()
         u"显示废纸篓的大小；--empty 在确认后永久删除其中的内容（--yes：不询问）。\n"_s);
 }
 
-// The model's own words for a successful emptying.
-QString emptiedText()
+// Stable names for scripts, whatever the language.
+QString codeOf(const TrashEmptyResult &result)
 {
-    return L10n::pick(u"Trash emptied."_s, u"已清空。"_s);
+    switch (result.code) {
+    case TrashEmptyResult::Code::emptied:
+        return u"emptied"_s;
+    case TrashEmptyResult::Code::partial:
+        return u"partial"_s;
+    case TrashEmptyResult::Code::failed:
+        break;
+    }
+    return u"failed"_s;
 }
 
-QString jsonReport(const OverviewModel &model, const std::optional<QString> &message)
+QString jsonReport(const OverviewModel &model, const std::optional<QString> &message,
+                   const std::optional<QString> &code = std::nullopt)
 {
     const auto &size = model.trash();
-    const QJsonObject root{
+    QJsonObject root{
         {u"bytes"_s, size ? QJsonValue(size->bytes) : QJsonValue()},
         {u"count"_s, size ? QJsonValue(size->count) : QJsonValue()},
         {u"message"_s, message ? QJsonValue(*message) : QJsonValue()},
     };
+    if (code)
+        root.insert(u"code"_s, *code);
+    if (const auto &result = model.trashResult(); result && result->kept > 0)
+        root.insert(u"kept"_s, result->kept);
     return QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Indented));
 }
 
@@ -48,11 +61,11 @@ QString figuresLine(const OverviewModel &model)
     return L10n::pick(u"Trash — "_s, u"废纸篓 — "_s) + TrashReport::figures(model) + u'\n';
 }
 
-// Empties through the model and returns once its outcome and the fresh figures after it
-// are both in.
-QString empty(OverviewModel &model)
+// Empties what `confirmed` counted through the model and returns once its outcome and the
+// fresh figures after it are both in.
+QString empty(OverviewModel &model, const std::optional<Platform::TrashContents> &confirmed)
 {
-    model.emptyTrash();
+    model.emptyTrash(confirmed);
     const std::optional<QString> inProgress = model.trashMsg();
     bool answered = false;
     bool refreshed = false;
@@ -106,9 +119,12 @@ int trash(const QStringList &arguments)
     if (model.trash() && model.trash()->count == 0) {
         const QString already =
             L10n::pick(u"The Trash is already empty."_s, u"废纸篓已经是空的。"_s);
-        Output::out(json ? jsonReport(model, already) : already + u'\n');
+        Output::out(json ? jsonReport(model, already, u"alreadyEmpty"_s) : already + u'\n');
         return Output::kOk;
     }
+    // What the question names is what may go: anything arriving while it waits stays.
+    const std::optional<Platform::TrashContents> counted =
+        model.trash() ? std::optional(model.trash()->contents) : std::nullopt;
 
     const QString question =
         model.trash() ? L10n::pick(u"Delete the "_s, u"要永久删除废纸篓中的 "_s) +
@@ -130,9 +146,12 @@ int trash(const QStringList &arguments)
     }
     }
 
-    const QString message = empty(model);
-    Output::out(json ? jsonReport(model, message) : message + u'\n' + figuresLine(model));
-    return message == emptiedText() ? Output::kOk : Output::kSomeRefused;
+    const QString message = empty(model, counted);
+    const bool emptied =
+        model.trashResult() && model.trashResult()->code == TrashEmptyResult::Code::emptied;
+    const QString code = model.trashResult() ? codeOf(*model.trashResult()) : u"failed"_s;
+    Output::out(json ? jsonReport(model, message, code) : message + u'\n' + figuresLine(model));
+    return emptied ? Output::kOk : Output::kSomeRefused;
 }
 
 } // namespace Commands

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <QByteArray>
+#include <QList>
 #include <QString>
+
+#include <optional>
 
 // Moving one item to the user's Trash. The move either lands inside a Trash or fails and
 // leaves the item where it was; it never copies, never deletes, never lands elsewhere.
@@ -35,17 +39,38 @@ TrashMove moveToTrash(const QString &path, const QString &anchor = QStringLitera
 // files/ on Linux. It may not exist yet.
 QString homeTrashItemsPath();
 
+// One entry of the home Trash as a confirmation counted it: its name and which file it was.
+struct TrashEntry
+{
+    QByteArray name;
+    quint64 device = 0;
+    quint64 inode = 0;
+};
+
+// What the user agreed to delete: the entries present when the question was asked.
+struct TrashContents
+{
+    QList<TrashEntry> entries;
+    qint64 takenAtMs = 0; // since the epoch; info files older than this without an item go
+};
+
 struct TrashEmptying
 {
-    bool emptied = true;
-    int remaining = 0;         // entries that could not be removed (Linux)
+    bool emptied = true;       // every counted entry is gone
+    int remaining = 0;         // counted entries that could not be removed
+    int kept = 0;              // entries that arrived after counting and were left alone
     bool scriptFailed = false; // the system's emptying reported an error (macOS)
     QString systemText;        // its own message, when it gave one
 };
 
-// Empties the user's home Trash: the only true deletion in the whole system. On Linux it
-// removes the entries of files/ and their info files and nothing else, never following a
-// link and never acting outside the Trash folder.
-TrashEmptying emptyTrash();
+// Empties the user's home Trash: the only true deletion in the whole system. Only what
+// `confirmed` counted goes (name, device and inode must still match); later arrivals stay.
+// On Linux each counted entry is first renamed out of files/ into the Trash's private
+// expunged/ folder and deleted there, so an entry restored or replaced meanwhile is never
+// touched; info files go with their entries, and info files left without an item since
+// before the count go too. Never follows a link, never acts outside the Trash. Without
+// `confirmed` (the Trash could not be listed) nothing is known to be agreed: Linux removes
+// nothing, macOS leaves it to the Finder.
+TrashEmptying emptyTrash(const std::optional<TrashContents> &confirmed);
 
 } // namespace Platform

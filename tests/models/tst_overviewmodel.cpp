@@ -14,8 +14,9 @@ struct FakeDisk
 {
     std::atomic<int> scans{0};
     std::atomic<int> trashReads{0};
-    std::optional<TrashSize> trash = TrashSize{4096, 2};
+    std::optional<TrashSize> trash = TrashSize{4096, 2, {{{"a", 1, 7}, {"b", 1, 8}}, 0}};
     std::optional<QString> emptyError;
+    std::atomic<int> confirmedEntries{-1};
     QSemaphore *gate = nullptr;
 
     OverviewModel::Services services()
@@ -38,10 +39,13 @@ struct FakeDisk
             ++trashReads;
             return trash;
         };
-        s.emptyTrash = [this] {
-            const auto error = emptyError;
+        s.emptyTrash = [this](const std::optional<Platform::TrashContents> &confirmed) {
+            confirmedEntries = confirmed ? int(confirmed->entries.size()) : -1;
+            TrashEmptyResult result;
+            if (emptyError)
+                result = {TrashEmptyResult::Code::failed, 0, 0, *emptyError};
             trash = TrashSize{};
-            return error;
+            return result;
         };
         return s;
     }
@@ -135,8 +139,9 @@ void OverviewModelTest::emptying()
     model.emptyTrash();
     QCOMPARE(model.trashMsg().value_or(QString()), during);
     QTRY_COMPARE(model.trashMsg().value_or(QString()), after);
-    // Measured again afterwards, failure or not.
-    QTRY_COMPARE(disk.trashReads.load(), 1);
+    // Counted when confirmed, then measured again afterwards, failure or not.
+    QCOMPARE(disk.confirmedEntries.load(), 2);
+    QTRY_COMPARE(disk.trashReads.load(), 2);
     QTRY_VERIFY(model.trash().has_value());
     QCOMPARE(model.trash()->count, 0);
     L10n::overrideForTesting(false);

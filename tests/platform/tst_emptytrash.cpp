@@ -1,5 +1,6 @@
 #include "common/TestHome.h"
 #include "core/disk/DiskScanner.h"
+#include "core/models/OverviewModel.h"
 #include "core/text/L10n.h"
 #include "platform/Trash.h"
 
@@ -8,11 +9,13 @@
 #include <QRegularExpression>
 #include <QtTest>
 
+#include <atomic>
 #include <climits>
 #include <fcntl.h>
 #include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -39,10 +42,25 @@ QStringList entries(const QString &folder)
     return QDir(folder).entryList(anyEntry, QDir::Name);
 }
 
-// What the user is told after emptying, or `emptied`.
+// What the Trash holds now, as a confirmation counts it.
+std::optional<Platform::TrashContents> counted()
+{
+    const std::optional<TrashSize> size = DiskScanner::trashSize();
+    return size ? std::optional(size->contents) : std::nullopt;
+}
+
+Platform::TrashEmptying emptyCounted()
+{
+    return Platform::emptyTrash(counted());
+}
+
+// What the user is told after emptying what is there now, or `emptied`.
 QString outcome()
 {
-    return DiskScanner::emptyTrash().value_or(emptied);
+    const TrashEmptyResult result = DiskScanner::emptyTrash(counted());
+    return result.code == TrashEmptyResult::Code::emptied && result.kept == 0
+               ? emptied
+               : OverviewModel::trashMessage(result);
 }
 
 // What the user is told when `count` entries are left.
@@ -254,7 +272,7 @@ private Q_SLOTS:
             QVERIFY(QFile::link(home(target), home(link)));
         const QStringList before = snapshot(m_home->path());
 
-        const Platform::TrashEmptying result = Platform::emptyTrash();
+        const Platform::TrashEmptying result = emptyCounted();
 
         QCOMPARE(result.emptied, remaining == 0);
         QCOMPARE(result.remaining, remaining);
@@ -331,6 +349,90 @@ private Q_SLOTS:
         QCOMPARE(size->count, 0);
     }
 
+    // Only what was counted goes: an entry restored or replaced after the count, or one that
+    // arrived, stays whole; a record whose item was gone before the count goes.
+    void onlyCountedEntriesGo_data()
+    {
+        QTest::addColumn<QString>("change"); // done between counting and emptying
+        QTest::addColumn<int>("kept");
+        QTest::newRow("restored") << u"restored"_s << 0;
+        QTest::newRow("replaced under the same name") << u"replaced"_s << 1;
+        QTest::newRow("arrived") << u"arrived"_s << 1;
+    }
+
+    void onlyCountedEntriesGo()
+    {
+        QFETCH(QString, change);
+        QFETCH(int, kept);
+        trashLayout({u"box/a.txt"_s, u"box/sub/b.txt"_s, u"gone.txt"_s});
+        build(info(), {u"stale.trashinfo"_s, u"fresh.trashinfo"_s});
+        const QByteArray stale = native(info() + u"/stale.trashinfo"_s);
+        const timespec old[2] = {{0, UTIME_OMIT}, {::time(nullptr) - 3600, 0}};
+        QVERIFY(::utimensat(AT_FDCWD, stale.constData(), old, 0) == 0);
+        const std::optional<Platform::TrashContents> confirmed = counted();
+        QVERIFY(confirmed && confirmed->entries.size() == 2);
+
+        const QString restored = home(u"restored"_s);
+        if (change == u"restored")
+            QVERIFY(::rename(native(files() + u"/box"_s).constData(),
+                             native(restored).constData()) == 0);
+        if (change == u"replaced") {
+            QVERIFY(::rename(native(files() + u"/box"_s).constData(),
+                             native(restored).constData()) == 0);
+            build(files(), {u"box/new.txt"_s});
+        }
+        if (change == u"arrived")
+            trashLayout({u"late.txt"_s});
+        const QStringList keptTree = snapshot(files() + u"/box"_s);
+
+        const Platform::TrashEmptying result = Platform::emptyTrash(confirmed);
+
+        QVERIFY(result.emptied);
+        QCOMPARE(result.remaining, 0);
+        QCOMPARE(result.kept, kept);
+        QVERIFY(!entryExists(files() + u"/gone.txt"_s));
+        QVERIFY(!entryExists(info() + u"/stale.trashinfo"_s));
+        QVERIFY(entryExists(info() + u"/fresh.trashinfo"_s));
+        QVERIFY(!entryExists(trash() + u"/expunged"_s));
+        if (change != u"arrived")
+            QCOMPARE(snapshot(restored).size(), 3);
+        if (change == u"replaced")
+            QCOMPARE(snapshot(files() + u"/box"_s), keptTree);
+        if (change == u"arrived")
+            QCOMPARE(entries(files()), QStringList{u"late.txt"_s});
+    }
+
+    // A restore racing the emptying either wins, and gets the whole folder back, or loses, and
+    // finds it gone; it never finds its folder emptied at its new place.
+    void restoreRacingTheEmptying()
+    {
+        QStringList layout;
+        for (int i = 0; i < 400; ++i)
+            layout << u"box/d%1/f"_s.arg(i % 20) + QString::number(i);
+        QElapsedTimer clock;
+        clock.start();
+        for (int round = 0; round < 10 && clock.elapsed() < 5000; ++round) {
+            trashLayout(layout);
+            const std::optional<Platform::TrashContents> confirmed = counted();
+            const QString restored = home(u"restored%1"_s.arg(round));
+            std::atomic<bool> started{false};
+            std::thread emptying([&] {
+                started = true;
+                Platform::emptyTrash(confirmed);
+            });
+            while (!started)
+                std::this_thread::yield();
+            for (int spin = 0; spin < round * 200; ++spin)
+                std::this_thread::yield();
+            const bool won = ::rename(native(files() + u"/box"_s).constData(),
+                                      native(restored).constData()) == 0;
+            emptying.join();
+            if (won)
+                QCOMPARE(snapshot(restored).size(), 20 + 400);
+            QCOMPARE(entries(files()), QStringList());
+        }
+    }
+
     void linksAreRemovedNotFollowed_data()
     {
         QTest::addColumn<QString>("at");     // below files/
@@ -389,7 +491,7 @@ private Q_SLOTS:
         m_mounts << mountPoint;
         const QStringList outside = snapshot(home(u"outside"_s));
 
-        const Platform::TrashEmptying result = Platform::emptyTrash();
+        const Platform::TrashEmptying result = emptyCounted();
 
         QVERIFY(!result.emptied);
         QCOMPARE(result.remaining, 1);
@@ -445,7 +547,7 @@ private Q_SLOTS:
         for (const QString &name : std::as_const(top))
             infos << name + u".trashinfo"_s;
 
-        const Platform::TrashEmptying result = Platform::emptyTrash();
+        const Platform::TrashEmptying result = emptyCounted();
 
         QVERIFY(!result.emptied);
         QCOMPARE(result.remaining, int(top.size()));
@@ -494,7 +596,7 @@ private Q_SLOTS:
         rlimit tight = saved;
         tight.rlim_cur = rlim_t(open + 64);
         QVERIFY(::setrlimit(RLIMIT_NOFILE, &tight) == 0);
-        const Platform::TrashEmptying result = Platform::emptyTrash();
+        const Platform::TrashEmptying result = emptyCounted();
         QVERIFY(::setrlimit(RLIMIT_NOFILE, &saved) == 0);
 
         QVERIFY(result.emptied);
@@ -502,7 +604,7 @@ private Q_SLOTS:
         QCOMPARE(entries(u"/proc/self/fd"_s).size(), open);
         QCOMPARE(entries(files()), QStringList());
         QCOMPARE(entries(info()), QStringList());
-        QCOMPARE(DiskScanner::trashSize().value_or(TrashSize{-1, -1}).count, 0);
+        QCOMPARE(DiskScanner::trashSize().value_or(TrashSize{-1, -1, {}}).count, 0);
     }
 };
 

@@ -55,7 +55,9 @@ struct Page
             return disk->cats;
         };
         fake.trashSize = [disk = disk] { return ++disk->trashReads, disk->trash; };
-        fake.emptyTrash = [disk = disk] { return ++disk->empties, std::optional<QString>(); };
+        fake.emptyTrash = [disk = disk](const std::optional<Platform::TrashContents> &) {
+            return ++disk->empties, TrashEmptyResult{};
+        };
         model = std::make_unique<OverviewModel>(real ? OverviewModel::Services::real() : fake);
         const auto setLogin = [this](bool on) {
             loginAsked.append(on);
@@ -166,7 +168,7 @@ private Q_SLOTS:
         QTRY_COMPARE(page.disk->trashReads.load(), 1);
 
         // Coming back re-measures the Trash only: the folders have their result.
-        page.disk->trash = TrashSize{8192, 5};
+        page.disk->trash = TrashSize{8192, 5, {}};
         page.view->appeared();
         QTRY_VERIFY(page.texts().contains(l[6]));
         QTest::qWait(50);
@@ -255,7 +257,7 @@ private Q_SLOTS:
         L10n::overrideForTesting(zh);
         Page page;
         if (state == 1)
-            page.disk->trash = TrashSize{2'500'000, 3};
+            page.disk->trash = TrashSize{2'500'000, 3, {}};
         if (state > 0) {
             page.model->refreshTrash();
             QTRY_VERIFY(page.model->trash() || page.model->trashUnreadable());
@@ -294,7 +296,8 @@ private Q_SLOTS:
         destructive->click();
         QTRY_VERIFY(page.texts().contains(message));
         QCOMPARE(page.disk->empties.load(), 1);
-        QTRY_COMPARE(page.disk->trashReads.load(), reads + 1); // measured again, failure or not
+        // Counted when confirmed, measured again afterwards, failure or not.
+        QTRY_COMPARE(page.disk->trashReads.load(), reads + 2);
     }
 
     // Through the real services: the page empties the XDG Trash of the temporary home.

@@ -8,6 +8,7 @@
 #include "platform/Trash.h"
 #include "platform/Workspace.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QThread>
@@ -106,29 +107,36 @@ std::optional<TrashSize> trashSize()
         return std::nullopt;
     }
     TrashSize size;
+    size.contents.takenAtMs = QDateTime::currentMSecsSinceEpoch();
     while (const dirent *d = readdir(dir)) {
         const char *name = d->d_name;
         if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
             continue;
+        struct stat st;
+        if (fstatat(dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue; // gone since it was listed
         ++size.count;
         size.bytes += entrySizeAt(dirfd(dir), name);
+        size.contents.entries.append({QByteArray(name), quint64(st.st_dev), quint64(st.st_ino)});
     }
     closedir(dir);
     return size;
 }
 
-std::optional<QString> emptyTrash()
+TrashEmptyResult emptyTrash(const std::optional<Platform::TrashContents> &confirmed)
 {
-    const Platform::TrashEmptying result = Platform::emptyTrash();
-    if (result.emptied)
-        return std::nullopt;
-    if (result.scriptFailed)
-        return result.systemText.isEmpty() ? u"AppleScript error"_s : result.systemText;
-    const QString n = QString::number(result.remaining);
-    return L10n::pick(u"The Trash could not be emptied completely: "_s + n + u" item(s) remain."_s,
-                      u"废纸篓未能完全清空：还剩 "_s + n + u" 项。"_s);
+    const Platform::TrashEmptying done = Platform::emptyTrash(confirmed);
+    TrashEmptyResult result;
+    result.kept = done.kept;
+    if (done.scriptFailed) {
+        result.code = TrashEmptyResult::Code::failed;
+        result.systemText = done.systemText;
+    } else if (!done.emptied) {
+        result.code = TrashEmptyResult::Code::partial;
+        result.left = done.remaining;
+    }
+    return result;
 }
-
 void openFullDiskAccessSettings()
 {
     Platform::openFullDiskAccessSettings();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/cleanup/CleanItem.h"
+#include "platform/Trash.h"
 
 #include <QList>
 #include <QString>
@@ -19,7 +20,18 @@ struct DiskCategory
 struct TrashSize
 {
     qint64 bytes = 0;
-    int count = 0; // direct entries, hidden ones included
+    int count = 0;                    // direct entries, hidden ones included
+    Platform::TrashContents contents; // which entries were counted, for emptying them
+};
+
+// What emptying the Trash did.
+struct TrashEmptyResult
+{
+    enum class Code { emptied, partial, failed };
+    Code code = Code::emptied;
+    int left = 0;       // partial: counted entries that remain
+    int kept = 0;       // entries that arrived after the count, left in the Trash
+    QString systemText; // failed: the system's own words, when it gave any
 };
 
 // Measurements of space: allocated sizes (blocks × 512) of regular files, links never
@@ -52,8 +64,8 @@ QList<DiskCategory> categories(const NameProgress &progress,
 // on the main thread.
 QList<CleanItem> largeFiles(qint64 minBytes, const CountProgress &progress);
 
-// Empties the home Trash; nullopt on success, else a message for the user.
-std::optional<QString> emptyTrash();
+// Empties the entries of the home Trash that `confirmed` counted (see Platform::emptyTrash).
+TrashEmptyResult emptyTrash(const std::optional<Platform::TrashContents> &confirmed);
 // Shows where the user grants Full Disk Access (nothing on Linux).
 void openFullDiskAccessSettings();
 

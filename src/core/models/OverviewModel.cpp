@@ -15,7 +15,9 @@ OverviewModel::Services OverviewModel::Services::real()
         return DiskScanner::categories(progress);
     };
     s.trashSize = [] { return DiskScanner::trashSize(); };
-    s.emptyTrash = [] { return DiskScanner::emptyTrash(); };
+    s.emptyTrash = [](const std::optional<Platform::TrashContents> &confirmed) {
+        return DiskScanner::emptyTrash(confirmed);
+    };
     return s;
 }
 
@@ -74,20 +76,52 @@ void OverviewModel::refreshTrash()
     });
 }
 
-void OverviewModel::emptyTrash()
+void OverviewModel::emptyTrash(std::optional<Platform::TrashContents> confirmed)
 {
     m_trashMsg = L10n::pick(u"Emptying…"_s, u"正在清空…"_s);
     Q_EMIT changed();
 
     QPointer<OverviewModel> self(this);
-    Background::run([self, empty = m_services.emptyTrash] {
-        const std::optional<QString> error = empty();
-        MainThread::post([self, error] {
+    Background::run([self, confirmed = std::move(confirmed), empty = m_services.emptyTrash,
+                     trashSize = m_services.trashSize]() mutable {
+        if (!confirmed) {
+            if (const std::optional<TrashSize> size = trashSize())
+                confirmed = size->contents;
+        }
+        const TrashEmptyResult result = empty(confirmed);
+        MainThread::post([self, result] {
             if (!self)
                 return;
-            self->m_trashMsg = error ? *error : L10n::pick(u"Trash emptied."_s, u"已清空。"_s);
+            self->m_trashResult = result;
+            self->m_trashMsg = trashMessage(result);
             Q_EMIT self->changed();
             self->refreshTrash();
         });
     });
+}
+
+QString OverviewModel::trashMessage(const TrashEmptyResult &result)
+{
+    QString text;
+    switch (result.code) {
+    case TrashEmptyResult::Code::emptied:
+        text = L10n::pick(u"Trash emptied."_s, u"已清空。"_s);
+        break;
+    case TrashEmptyResult::Code::partial: {
+        const QString n = QString::number(result.left);
+        text =
+            L10n::pick(u"The Trash could not be emptied completely: "_s + n + u" item(s) remain."_s,
+                       u"废纸篓未能完全清空：还剩 "_s + n + u" 项。"_s);
+        break;
+    }
+    case TrashEmptyResult::Code::failed:
+        text = result.systemText.isEmpty() ? u"AppleScript error"_s : result.systemText;
+        break;
+    }
+    if (result.kept > 0) {
+        const QString k = QString::number(result.kept);
+        text += L10n::pick(u" "_s + k + u" item(s) added after you confirmed were kept."_s,
+                           u"确认之后放入的 "_s + k + u" 项已保留。"_s);
+    }
+    return text;
 }

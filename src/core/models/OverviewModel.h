@@ -20,7 +20,7 @@ public:
     {
         std::function<QList<DiskCategory>(const DiskScanner::NameProgress &)> categories;
         std::function<std::optional<TrashSize>()> trashSize;
-        std::function<std::optional<QString>()> emptyTrash;
+        std::function<TrashEmptyResult(const std::optional<Platform::TrashContents> &)> emptyTrash;
 
         static Services real();
     };
@@ -34,11 +34,18 @@ public:
     const std::optional<TrashSize> &trash() const { return m_trash; }
     bool trashUnreadable() const { return m_trashUnreadable; }
     const std::optional<QString> &trashMsg() const { return m_trashMsg; }
+    // What the last finished emptying did; nullopt before one finished.
+    const std::optional<TrashEmptyResult> &trashResult() const { return m_trashResult; }
 
     // All return at once; results arrive later on the main thread.
     void scan();
     void refreshTrash();
-    void emptyTrash();
+    // Empties what `confirmed` counted; without it, what the Trash holds when the work
+    // starts, which is the moment the user confirmed in the window.
+    void emptyTrash(std::optional<Platform::TrashContents> confirmed = std::nullopt);
+
+    // The words for an emptying's outcome.
+    static QString trashMessage(const TrashEmptyResult &result);
 
 Q_SIGNALS:
     void changed();
@@ -51,4 +58,5 @@ private:
     std::optional<TrashSize> m_trash;
     bool m_trashUnreadable = false;
     std::optional<QString> m_trashMsg;
+    std::optional<TrashEmptyResult> m_trashResult;
 };

@@ -233,16 +233,140 @@ private:
     size_t m_held = 0;
 };
 
-// True when this emptying removed the entry; one that vanished meanwhile was not ours.
-bool removeEntry(int filesFd, const char *name, const Identity &home)
+// True when the entry `name` of `dirFd` is gone, with everything in it.
+bool removeEntry(int dirFd, const char *name, const Identity &home)
 {
     struct stat st = {};
-    if (::fstatat(filesFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
-        return false;
+    if (::fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT;
     if (!S_ISDIR(st.st_mode))
-        return ::unlinkat(filesFd, name, 0) == 0;
-    return TreeRemoval(home).run(filesFd, name);
+        return ::unlinkat(dirFd, name, 0) == 0 || errno == ENOENT;
+    return TreeRemoval(home).run(dirFd, name);
 }
+
+bool sameEntry(const struct stat &st, const TrashEntry &entry)
+{
+    return quint64(st.st_dev) == entry.device && quint64(st.st_ino) == entry.inode;
+}
+
+// rename(2) that never replaces: a name taken is EEXIST.
+int renameNoReplace(int fromDir, const char *from, int toDir, const char *to)
+{
+    if (::renameat2(fromDir, from, toDir, to, RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS)
+        return errno;
+    struct stat st = {};
+    if (::fstatat(toDir, to, &st, AT_SYMLINK_NOFOLLOW) == 0)
+        return EEXIST;
+    return ::renameat(fromDir, from, toDir, to) == 0 ? 0 : errno;
+}
+
+// Puts a staged entry back into files/ under its own name, or a free variant of it, so
+// that what could not be deleted stays visible in the Trash.
+void restage(int stagingFd, const std::string &staged, int filesFd, const std::string &name)
+{
+    for (int attempt = 1; attempt < 1000; ++attempt) {
+        const std::string target = attempt == 1 ? name : name + '.' + std::to_string(attempt);
+        const int error = renameNoReplace(stagingFd, staged.c_str(), filesFd, target.c_str());
+        if (error != EEXIST)
+            return;
+    }
+}
+
+// The Trash's private staging folder, made when missing; null unless it is a real folder
+// of ours on the Trash's own mount.
+Dir openStaging(int trashFd, const Identity &files)
+{
+    if (::mkdirat(trashFd, "expunged", 0700) != 0 && errno != EEXIST)
+        return nullptr;
+    Identity id;
+    Dir dir = openFolder(trashFd, "expunged", files, &id);
+    struct stat st = {};
+    if (dir && (::fstat(::dirfd(dir.get()), &st) != 0 || st.st_uid != ::geteuid()))
+        return nullptr;
+    return dir;
+}
+
+struct Emptier
+{
+    int filesFd;
+    int infoFd; // -1 when there is no info/
+    int stagingFd;
+    Identity files;
+    int serial = 0;
+
+    // Takes one counted entry out of files/ and deletes it in the staging folder. An entry
+    // gone or replaced since the count is not touched.
+    void empty(const TrashEntry &entry)
+    {
+        const std::string name = entry.name.toStdString();
+        struct stat st = {};
+        if (::fstatat(filesFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !sameEntry(st, entry))
+            return;
+        // Moving a folder to another parent rewrites its "..": it must be writable. Opened,
+        // not chmod'ed by name, so a swap cannot aim the change elsewhere.
+        if (S_ISDIR(st.st_mode) && (st.st_mode & S_IRWXU) != S_IRWXU) {
+            Identity id;
+            const Dir folder = openFolder(filesFd, name.c_str(), files, &id);
+            if (!folder || quint64(id.device) != entry.device || quint64(id.inode) != entry.inode)
+                return;
+        }
+        std::string staged;
+        int error = EEXIST;
+        while (error == EEXIST) {
+            staged = std::to_string(::getpid()) + '-' + std::to_string(++serial);
+            error = renameNoReplace(filesFd, name.c_str(), stagingFd, staged.c_str());
+        }
+        if (error != 0)
+            return; // gone meanwhile, or cannot be taken out: it stays where it is
+        // Swapped between the look and the rename: not what was counted, so it goes back.
+        if (::fstatat(stagingFd, staged.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !sameEntry(st, entry)) {
+            restage(stagingFd, staged, filesFd, name);
+            return;
+        }
+        if (!removeEntry(stagingFd, staged.c_str(), files)) {
+            restage(stagingFd, staged, filesFd, name);
+            return;
+        }
+        if (infoFd >= 0)
+            ::unlinkat(infoFd, (name + ".trashinfo").c_str(), 0);
+    }
+
+    // Info files whose item was already missing before the count: a record of nothing.
+    // Younger ones may belong to a move still on its way in; the margin covers file systems
+    // whose time stamps lag the clock by a tick.
+    void dropStrayInfo(qint64 takenAtMs)
+    {
+        constexpr qint64 marginMs = 2000;
+        const auto names = infoFd >= 0 ? entriesOf(infoFd) : std::nullopt;
+        static const std::string suffix = ".trashinfo";
+        for (const std::string &info : names.value_or(std::vector<std::string>{})) {
+            if (info.size() <= suffix.size() ||
+                info.compare(info.size() - suffix.size(), suffix.size(), suffix) != 0)
+                continue;
+            const std::string item = info.substr(0, info.size() - suffix.size());
+            struct stat st = {};
+            if (::fstatat(filesFd, item.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 ||
+                errno != ENOENT || ::fstatat(infoFd, info.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+                !S_ISREG(st.st_mode))
+                continue;
+            const qint64 modifiedMs =
+                qint64(st.st_mtim.tv_sec) * 1000 + st.st_mtim.tv_nsec / 1000000;
+            if (modifiedMs < takenAtMs - marginMs)
+                ::unlinkat(infoFd, info.c_str(), 0);
+        }
+    }
+
+    // Staged leftovers of an emptying that was cut short were confirmed then; they go now.
+    void finishEarlierRun()
+    {
+        for (const std::string &name : entriesOf(stagingFd).value_or(std::vector<std::string>{}))
+            removeEntry(stagingFd, name.c_str(), files);
+    }
+};
 
 std::optional<QByteArray> realPath(const QByteArray &path)
 {
@@ -286,12 +410,15 @@ int openBelow(const QByteArray &base, const QByteArray &relative)
 TrashEmptying refused(const Dir &files)
 {
     const auto names = files ? entriesOf(::dirfd(files.get())) : std::nullopt;
-    return {false, std::max(1, names ? int(names->size()) : 0), false, {}};
+    TrashEmptying result;
+    result.emptied = false;
+    result.remaining = std::max(1, names ? int(names->size()) : 0);
+    return result;
 }
 
 } // namespace
 
-TrashEmptying emptyTrash()
+TrashEmptying emptyTrash(const std::optional<TrashContents> &confirmed)
 {
     const QByteArray trash = XdgTrash::homeTrashPath();
     const QByteArray base = trashBase();
@@ -317,24 +444,36 @@ TrashEmptying emptyTrash()
     const int filesFd = ::dirfd(files.get());
     const int infoFd = info ? ::dirfd(info.get()) : -1;
     const std::optional<Identity> home = identify(filesFd);
-    if (!infoUsable || !home)
+    if (!infoUsable || !home || !confirmed)
+        return refused(files);
+    const Dir staging = openStaging(::dirfd(trashDir.get()), *home);
+    if (!staging)
         return refused(files);
 
     openUp(filesFd, *home);
     if (const std::optional<Identity> infoId = identify(infoFd))
         openUp(infoFd, *infoId);
-    const std::optional<std::vector<std::string>> names = entriesOf(filesFd);
-    if (!names)
-        return refused(files);
-    for (const std::string &name : *names) {
-        if (removeEntry(filesFd, name.c_str(), *home) && infoFd >= 0)
-            ::unlinkat(infoFd, (name + ".trashinfo").c_str(), 0);
-    }
+    Emptier emptier{filesFd, infoFd, ::dirfd(staging.get()), *home};
+    emptier.finishEarlierRun();
+    for (const TrashEntry &entry : confirmed->entries)
+        emptier.empty(entry);
+    emptier.dropStrayInfo(confirmed->takenAtMs);
+    ::unlinkat(::dirfd(trashDir.get()), "expunged", AT_REMOVEDIR); // only when nothing stayed
 
     const std::optional<std::vector<std::string>> left = entriesOf(filesFd);
+    if (!left)
+        return refused(files);
     TrashEmptying result;
-    result.remaining = left ? int(left->size()) : 1;
-    result.emptied = left && left->empty();
+    for (const std::string &name : *left) {
+        struct stat st = {};
+        if (::fstatat(filesFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        const bool counted =
+            std::any_of(confirmed->entries.begin(), confirmed->entries.end(),
+                        [&](const TrashEntry &entry) { return sameEntry(st, entry); });
+        ++(counted ? result.remaining : result.kept);
+    }
+    result.emptied = result.remaining == 0;
     return result;
 }
 

@@ -1,9 +1,15 @@
 #include "platform/Trash.h"
 
 #include <QByteArray>
+#include <QFile>
 #include <QProcess>
 #include <QString>
 #include <QStringList>
+
+#include <algorithm>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 
 #import <Foundation/Foundation.h>
 
@@ -75,10 +81,43 @@ Platform::TrashEmptying runInOsascript(const QString &source)
     return scriptFailure(messageOf(osascript.readAllStandardError()));
 }
 
+// The Finder empties all or nothing. Anything that arrived after the user was asked would go
+// with the rest, so then nothing is emptied at all and the count says why.
+std::optional<Platform::TrashEmptying> arrivalsSince(const Platform::TrashContents &confirmed)
+{
+    const QByteArray trash = QFile::encodeName(Platform::homeTrashItemsPath());
+    DIR *dir = ::opendir(trash.constData());
+    if (dir == nullptr)
+        return std::nullopt; // unreadable without Full Disk Access: the Finder decides
+    Platform::TrashEmptying result;
+    while (const dirent *d = ::readdir(dir)) {
+        const char *name = d->d_name;
+        if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
+            continue;
+        struct stat st = {};
+        if (::fstatat(::dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        const bool counted =
+            std::any_of(confirmed.entries.begin(), confirmed.entries.end(), [&](const auto &entry) {
+                return entry.device == quint64(st.st_dev) && entry.inode == quint64(st.st_ino);
+            });
+        ++(counted ? result.remaining : result.kept);
+    }
+    ::closedir(dir);
+    if (result.kept == 0)
+        return std::nullopt;
+    result.emptied = false;
+    return result;
+}
+
 } // namespace
 
-Platform::TrashEmptying Platform::emptyTrash()
+Platform::TrashEmptying Platform::emptyTrash(const std::optional<TrashContents> &confirmed)
 {
+    if (confirmed) {
+        if (std::optional<TrashEmptying> refused = arrivalsSince(*confirmed))
+            return *refused;
+    }
     const QString source = u"tell application \"Finder\" to empty trash"_s;
     return [NSThread isMainThread] ? runInProcess(source) : runInOsascript(source);
 }
