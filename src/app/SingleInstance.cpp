@@ -2,10 +2,13 @@
 
 #include <QDeadlineTimer>
 #include <QDir>
-#include <QFileInfo>
+#include <QFile>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QThread>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -16,6 +19,44 @@ namespace {
 constexpr qint64 kMaxRequest = 4096;
 constexpr int kForwardMs = 1500;
 
+// Opened without following a final link, so what is checked is the folder itself. With
+// `narrow`, a folder of ours loses its group and other permissions and must then have
+// none; without, nobody else may write to it.
+bool isPrivateFolder(const QString &path, bool narrow)
+{
+    const int fd = ::open(QFile::encodeName(QDir::cleanPath(path)).constData(),
+                          O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    struct stat st;
+    bool ok = ::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::geteuid();
+    if (ok && narrow && (st.st_mode & 077) != 0)
+        ok = ::fchmod(fd, 0700) == 0 && ::fstat(fd, &st) == 0;
+    ok = ok && (st.st_mode & (narrow ? 077 : 022)) == 0;
+    ::close(fd);
+    return ok;
+}
+
+bool makeFolder(const QString &path)
+{
+    return ::mkdir(QFile::encodeName(path).constData(), 0700) == 0 || errno == EEXIST;
+}
+
+QString userCacheFolder()
+{
+    const QString xdg = qEnvironmentVariable("XDG_CACHE_HOME");
+    if (xdg.startsWith(u'/'))
+        return xdg;
+    const QString home = qEnvironmentVariable("HOME");
+    if (!home.startsWith(u'/'))
+        return {};
+#ifdef Q_OS_MACOS
+    return home + u"/Library/Caches"_s;
+#else
+    return home + u"/.cache"_s;
+#endif
+}
+
 } // namespace
 
 SingleInstance::SingleInstance(std::function<void(const QString &)> onRequest, QObject *parent)
@@ -24,18 +65,37 @@ SingleInstance::SingleInstance(std::function<void(const QString &)> onRequest, Q
 
 SingleInstance::~SingleInstance() = default;
 
-QString SingleInstance::socketPath()
+std::optional<QString> SingleInstance::privateFolder(const QString &runtimeDir,
+                                                     const QString &cacheDir)
 {
-    QString dir = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (dir.isEmpty() || !QFileInfo(dir).isDir())
-        dir = QDir::tempPath();
-    return dir + u"/quorvel-"_s + QString::number(::getuid()) + u".socket"_s;
+    if (runtimeDir.startsWith(u'/') && isPrivateFolder(runtimeDir, false))
+        return QDir::cleanPath(runtimeDir);
+    if (!cacheDir.startsWith(u'/'))
+        return std::nullopt;
+    const QString folder = QDir::cleanPath(cacheDir) + u"/quorvel"_s;
+    if (!makeFolder(cacheDir) || !makeFolder(folder) || !isPrivateFolder(folder, true))
+        return std::nullopt;
+    return folder;
+}
+
+std::optional<QString> SingleInstance::socketPath()
+{
+    const std::optional<QString> folder =
+        privateFolder(qEnvironmentVariable("XDG_RUNTIME_DIR"), userCacheFolder());
+    if (!folder)
+        return std::nullopt;
+    return *folder + u"/quorvel-"_s + QString::number(::getuid()) + u".socket"_s;
 }
 
 bool SingleInstance::claim()
 {
-    const QString path = socketPath();
-    m_lock = std::make_unique<QLockFile>(path + u".lock"_s);
+    const std::optional<QString> path = socketPath();
+    if (!path) {
+        qWarning("quorvel: no private folder for the instance lock; running without one");
+        return true;
+    }
+    m_path = *path;
+    m_lock = std::make_unique<QLockFile>(m_path + u".lock"_s);
     // The lock is held for the whole run, so age must never make it stale; a lock whose
     // process is gone is still taken over.
     m_lock->setStaleLockTime(0);
@@ -43,22 +103,24 @@ bool SingleInstance::claim()
         m_lock.reset();
         return false;
     }
-    QLocalServer::removeServer(path); // left behind by a run that ended without release()
+    QLocalServer::removeServer(m_path); // left behind by a run that ended without release()
     m_server = new QLocalServer(this);
     m_server->setSocketOptions(QLocalServer::UserAccessOption);
     connect(m_server, &QLocalServer::newConnection, this, &SingleInstance::accept);
     // Failing to listen still leaves us the instance; relaunches then just do nothing.
-    m_server->listen(path);
+    m_server->listen(m_path);
     return true;
 }
 
 bool SingleInstance::forward(const QString &request)
 {
+    if (m_path.isEmpty())
+        return false;
     const QDeadlineTimer deadline(kForwardMs);
     QLocalSocket socket;
     // The running instance may hold the lock a moment before it listens.
     for (;;) {
-        socket.connectToServer(socketPath());
+        socket.connectToServer(m_path);
         if (socket.waitForConnected(int(std::max<qint64>(1, deadline.remainingTime()))))
             break;
         if (deadline.hasExpired())

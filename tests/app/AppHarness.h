@@ -36,9 +36,9 @@ inline QString buildDir()
     return QFileInfo(appPath()).path();
 }
 
-// The child sees only the fixture: its own HOME and temporary folder (which also holds
-// the single-instance socket), no XDG_* variables, no session bus (so no tray host can be
-// found), and an App Store address that refuses at once.
+// The child sees only the fixture: its own HOME (whose cache folder holds the
+// single-instance socket) and temporary folder, no XDG_* variables, no session bus (so no
+// tray host can be found), and an App Store address that refuses at once.
 inline QProcessEnvironment childEnvironment(const QString &home, const QString &tmp,
                                             const QString &lang, const QString &platform)
 {

@@ -1,5 +1,6 @@
 #include "AppHarness.h"
 #include "PngProbe.h"
+#include "app/SingleInstance.h"
 #include "common/TestHome.h"
 
 #include <QStandardPaths>
@@ -33,6 +34,15 @@ QMap<QString, QString> fixtureState(const QString &home)
     return state;
 }
 
+// The permission bits of a real folder; -1 for anything else.
+int folderMode(const QString &path)
+{
+    struct stat st;
+    if (::lstat(QFile::encodeName(path).constData(), &st) != 0 || !S_ISDIR(st.st_mode))
+        return -1;
+    return int(st.st_mode & 07777);
+}
+
 // Sizes under 1 MB in the app's file style: whole KB, halves up.
 QString kiloBytes(qint64 bytes)
 {
@@ -56,9 +66,12 @@ private Q_SLOTS:
     void quitEndsScreenCleaning();
     void desktopEntry();
     void bundleProperties();
+    void instanceFolder_data();
+    void instanceFolder();
+    void instanceLockWithoutRuntimeFolder();
 
 private:
-    // A home and a temporary folder (which also holds the instance socket) for one app run.
+    // A home (which also holds the instance socket) and a temporary folder for one app run.
     struct Run
     {
         QTemporaryDir root;
@@ -350,6 +363,109 @@ void AppTest::bundleProperties()
     // CFBundleURLSchemes, then <array>, <string>, "quorvel".
     QCOMPARE(after(u"CFBundleURLSchemes"_s, 3), u"quorvel"_s);
     QVERIFY(tokens.indexOf(u"CFBundleURLTypes"_s) < tokens.indexOf(u"CFBundleURLSchemes"_s));
+}
+
+// Folder kinds for the runtime folder and for `quorvel` in the cache folder.
+void AppTest::instanceFolder_data()
+{
+    QTest::addColumn<QString>("runtime");
+    QTest::addColumn<QString>("cache");
+    QTest::addColumn<QString>("chosen"); // "runtime", "cache" or "none"
+    const auto row = [](const char *name, const char *runtime, const char *cache,
+                        const char *chosen) {
+        QTest::newRow(name) << QString::fromLatin1(runtime) << QString::fromLatin1(cache)
+                            << QString::fromLatin1(chosen);
+    };
+    row("private runtime folder", "0700", "missing", "runtime");
+    row("runtime of ours, readable by others", "0755", "missing", "runtime");
+    row("no runtime folder: cache folder made", "unset", "missing", "cache");
+    row("relative runtime path", "relative", "missing", "cache");
+    row("runtime path missing", "missing", "missing", "cache");
+    row("group-writable runtime", "0770", "missing", "cache");
+    row("shared like /tmp", "1777", "missing", "cache");
+    row("runtime is a link", "link", "missing", "cache");
+    row("runtime owned by someone else", "foreign", "missing", "cache");
+    row("open cache folder is narrowed", "unset", "0755", "cache");
+    row("cache folder is a link", "unset", "link", "none");
+    row("cache folder owned by someone else", "unset", "foreign", "none");
+    row("cache folder is a file", "unset", "file", "none");
+    row("no cache folder either", "unset", "unset", "none");
+}
+
+void AppTest::instanceFolder()
+{
+    QFETCH(QString, runtime);
+    QFETCH(QString, cache);
+    QFETCH(QString, chosen);
+    QTemporaryDir root;
+    const QString base = root.path();
+    // Where the links point: a folder of ours that would pass as the runtime folder, and be
+    // narrowed as the cache folder, if a link were followed.
+    const QString elsewhere = base + u"/elsewhere"_s;
+    QVERIFY(::mkdir(QFile::encodeName(elsewhere).constData(), 0755) == 0);
+    const auto make = [&](const QString &kind, const QString &path) -> QString {
+        const QByteArray native = QFile::encodeName(path);
+        bool ok = true;
+        if (kind == u"unset")
+            return {};
+        if (kind == u"relative")
+            return u"run/user"_s;
+        if (kind == u"link")
+            ok = ::symlink(QFile::encodeName(elsewhere).constData(), native.constData()) == 0;
+        else if (kind == u"file")
+            ok = writeFile(path, 1);
+        else if (kind == u"foreign" && ::geteuid() != 0)
+            return u"/"_s; // the root folder is someone else's
+        else if (kind == u"foreign")
+            ok = ::mkdir(native.constData(), 0700) == 0 &&
+                 ::chown(native.constData(), 65534, 65534) == 0;
+        else if (kind != u"missing")
+            ok = ::mkdir(native.constData(), 0) == 0 &&
+                 ::chmod(native.constData(), mode_t(kind.toUInt(nullptr, 8))) == 0;
+        return ok ? path : u"failed"_s;
+    };
+    if (cache == u"foreign" && ::geteuid() != 0)
+        QSKIP("only root can give a folder to someone else");
+    const QString runtimeDir = make(runtime, base + u"/runtime"_s);
+    QVERIFY(QDir().mkpath(base + u"/cache"_s));
+    const QString cacheDir = cache == u"unset" ? QString() : base + u"/cache"_s;
+    QVERIFY(make(cache, base + u"/cache/quorvel"_s) != u"failed");
+    QVERIFY(runtimeDir != u"failed");
+
+    const std::optional<QString> folder = SingleInstance::privateFolder(runtimeDir, cacheDir);
+    if (chosen == u"none") {
+        QCOMPARE(folder, std::nullopt);
+    } else if (chosen == u"runtime") {
+        QCOMPARE(folder, std::optional(runtimeDir));
+        QVERIFY(!QFileInfo::exists(base + u"/cache/quorvel"_s));
+    } else {
+        QCOMPARE(folder, std::optional(base + u"/cache/quorvel"_s));
+        QCOMPARE(folderMode(*folder), 0700);
+    }
+    QCOMPARE(folderMode(elsewhere), 0755); // nothing is changed through a link
+}
+
+// The app's own choice, as it starts without $XDG_RUNTIME_DIR: the lock lands in the home
+// folder's cache, in a folder only we can enter.
+void AppTest::instanceLockWithoutRuntimeFolder()
+{
+    qunsetenv("XDG_RUNTIME_DIR");
+    const std::optional<QString> path = SingleInstance::socketPath();
+#ifdef Q_OS_MACOS
+    QVERIFY(QDir().mkpath(m_home->file(u"Library/Caches"_s))); // there in every real home
+    const QString folder = m_home->file(u"Library/Caches/quorvel"_s);
+#else
+    const QString folder = m_home->file(u".cache/quorvel"_s);
+#endif
+    QCOMPARE(path,
+             std::optional(folder + u"/quorvel-"_s + QString::number(::getuid()) + u".socket"_s));
+    SingleInstance first([](const QString &) {});
+    SingleInstance second([](const QString &) {});
+    QVERIFY(first.claim());
+    QVERIFY(QFileInfo::exists(*path + u".lock"_s));
+    QVERIFY2(!second.claim(), "the lock in the cache folder must keep a second instance out");
+    QCOMPARE(folderMode(folder), 0700);
+    first.release();
 }
 
 QTEST_GUILESS_MAIN(AppTest)
