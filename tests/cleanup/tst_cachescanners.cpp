@@ -42,6 +42,8 @@ private Q_SLOTS:
     void bothPipFolders();
     void emptyArchivesNotListed();
     void homebrewListedOnceAsDeveloper();
+    void linkedRootsListNothing_data();
+    void linkedRootsListNothing();
 
 private:
     QString caches() const { return m_home->file(u"Library/Caches"_s); }
@@ -310,6 +312,45 @@ void CacheScannersTest::homebrewListedOnceAsDeveloper()
     found.sort();
     QCOMPARE(found,
              (QStringList{u"Homebrew developer"_s, u"org.example.App userCache"_s, u"pip ai"_s}));
+}
+
+// A scan root that is a link, or lies behind one, lists nothing: what it points at is not
+// the place the rules name. The same tree at the real place is found, so the scan can see it.
+void CacheScannersTest::linkedRootsListNothing_data()
+{
+    QTest::addColumn<QString>("root"); // below home, made a link to ~/elsewhere
+    QTest::addColumn<QString>("scanner");
+    QTest::addColumn<QString>("inside"); // a file below the link target
+    QTest::newRow("caches") << u"Library/Caches"_s << u"userCache"_s << u"com.x/data"_s;
+    QTest::newRow("library") << u"Library"_s << u"userCache"_s << u"Caches/com.x/data"_s;
+    QTest::newRow("logs") << u"Library/Logs"_s << u"logs"_s << u"app.log"_s;
+    QTest::newRow("cache folder") << u".cache"_s << u"ai"_s << u"huggingface/model"_s;
+    QTest::newRow("leftover folder")
+        << u"Library/Containers"_s << u"leftovers"_s << u"com.gone.app/data"_s;
+}
+
+void CacheScannersTest::linkedRootsListNothing()
+{
+    QFETCH(QString, root);
+    QFETCH(QString, scanner);
+    QFETCH(QString, inside);
+    const QString elsewhere = m_home->file(u"elsewhere"_s);
+    QVERIFY(writeFile(elsewhere + u'/' + inside, 20'000) > 0);
+    QVERIFY(QDir().mkpath(QFileInfo(m_home->file(root)).path()));
+    QVERIFY(makeLink(elsewhere, m_home->file(root)));
+    const auto scan = [&] {
+        if (scanner == u"userCache")
+            return Cleaner::userCaches();
+        if (scanner == u"logs")
+            return Cleaner::logs();
+        if (scanner == u"ai")
+            return Cleaner::aiClutter();
+        return Cleaner::leftovers({}, {{}, {}, QList<Platform::RunningApplication>{}, {}});
+    };
+    QCOMPARE(titles(scan()), QStringList());
+    QVERIFY(QFile::remove(m_home->file(root)));
+    QVERIFY(QFile::rename(elsewhere, m_home->file(root)));
+    QVERIFY(!scan().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(CacheScannersTest)

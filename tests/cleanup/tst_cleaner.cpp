@@ -2,12 +2,20 @@
 
 #include "core/cleanup/Cleaner.h"
 #include "core/cleanup/RemovalLog.h"
+#include "core/models/CleanModel.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 
 #include <QRegularExpression>
 #include <QtTest>
+#include <QProcess>
+#include <QScopeGuard>
+#include <atomic>
 #include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -19,6 +27,13 @@ void makeFile(const QString &path, int size = 10)
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(QByteArray(size, 'x'));
+}
+
+// A link goes as itself; removeRecursively would empty what it points to.
+void removeEntry(const QString &path)
+{
+    if (!QFile::remove(path))
+        QDir(path).removeRecursively();
 }
 
 QStringList logLines()
@@ -58,6 +73,13 @@ private Q_SLOTS:
     void movesToTrashAndLogs();
     void logAppendsAndNeverTruncates();
     void unwritableLogStillCountsTheMove();
+    void linkedFolders_data();
+    void linkedFolders();
+    void swappedFolderRace_data();
+    void swappedFolderRace();
+    void hostileLog_data();
+    void hostileLog();
+    void namesStayOnOneLine();
 
 private:
     CleanItem item(const QString &relative, CleanCategory category, const QString &title = {});
@@ -83,7 +105,7 @@ void CleanerTest::initTestCase()
 void CleanerTest::init()
 {
     L10n::overrideForTesting(false);
-    QDir(m_logFolder).removeRecursively();
+    removeEntry(m_logFolder);
 }
 
 void CleanerTest::emptyListWritesNothing()
@@ -247,8 +269,189 @@ void CleanerTest::unwritableLogStillCountsTheMove()
         Cleaner::remove({item(u"Library/Caches/com.c"_s, CleanCategory::userCache)});
     QCOMPARE(result.count, 1);
     QVERIFY(result.failures.isEmpty());
+    QVERIFY(result.items.value(0).logFailure.has_value());
+    QVERIFY(Cleaner::unloggedText(result).has_value());
     QVERIFY(QFileInfo(RemovalLog::path()).isDir());
     QVERIFY(QFileInfo::exists(RemovalLog::path() + u"/keep"_s));
+}
+
+// Folders on the way that are links: the guard refuses before anything moves, and what
+// the link points at stays. The item itself may be a link; it moves as one.
+void CleanerTest::linkedFolders_data()
+{
+    QTest::addColumn<QString>("link");   // below home
+    QTest::addColumn<QString>("target"); // relative to the link's folder
+    QTest::addColumn<QString>("item");   // below home
+    QTest::addColumn<int>("category");
+    QTest::addColumn<bool>("moves");
+    const auto cache = int(CleanCategory::userCache);
+    QTest::newRow("caches link to home")
+        << u"Library/Caches"_s << u".."_s << u"Library/Caches/Documents"_s << cache << false;
+    QTest::newRow("caches link into mail")
+        << u"Library/Caches"_s << u"Mail"_s << u"Library/Caches/inbox"_s << cache << false;
+    QTest::newRow("library is a link")
+        << u"Library"_s << u"Documents"_s << u"Library/Caches/x"_s << cache << false;
+    QTest::newRow("large file behind a link")
+        << u"Movies"_s << u"Documents"_s << u"Movies/x"_s << int(CleanCategory::largeFiles)
+        << false;
+    QTest::newRow("the item is a link")
+        << u"Library/Caches/x"_s << u"../../Documents"_s << u"Library/Caches/x"_s << cache << true;
+}
+
+void CleanerTest::linkedFolders()
+{
+    QFETCH(QString, link);
+    QFETCH(QString, target);
+    QFETCH(QString, item);
+    QFETCH(int, category);
+    QFETCH(bool, moves);
+    for (const QString &name : {u"Library"_s, u"Movies"_s, u"Documents"_s})
+        removeEntry(m_home->file(name));
+    makeFile(m_home->file(u"Documents/x/doc.txt"_s));
+    makeFile(m_home->file(u"Documents/inbox"_s));
+    makeFile(m_home->file(u"Library/Mail/inbox/mail.eml"_s));
+    removeEntry(m_home->file(link));
+    QVERIFY(QDir().mkpath(QFileInfo(m_home->file(link)).path()));
+    QVERIFY(::symlink(target.toUtf8().constData(), QFile::encodeName(m_home->file(link))) == 0);
+
+    const auto result = Cleaner::remove({this->item(item, CleanCategory(category), u"i"_s)});
+
+    QVERIFY2(result.count == (moves ? 1 : 0), qPrintable(result.failures.join(u'\n')));
+    if (!moves)
+        QCOMPARE(result.failures,
+                 QStringList{u"i: path goes through a symbolic link — refused"_s});
+    QVERIFY(QFileInfo::exists(m_home->file(u"Documents/x/doc.txt"_s)));
+    QVERIFY(QFileInfo::exists(m_home->file(u"Library/Mail/inbox/mail.eml"_s)) ||
+            link == u"Library");
+    QVERIFY(QFileInfo::exists(m_home->file(u"Documents/inbox"_s)));
+}
+
+// The caches folder swapped for a link to the documents while removals run: each move
+// either fails or takes the cache; the document never moves.
+void CleanerTest::swappedFolderRace_data()
+{
+    QTest::addColumn<bool>("unprivileged");
+    QTest::newRow("as this user") << false;
+    QTest::newRow("as an ordinary user") << true;
+}
+
+void CleanerTest::swappedFolderRace()
+{
+    QFETCH(bool, unprivileged);
+    const QString caches = m_home->file(u"Library/Caches"_s);
+    const QString aside = m_home->file(u"Library/Caches.real"_s);
+    makeFile(m_home->file(u"Documents/doc"_s));
+    QVERIFY(QDir().mkpath(caches));
+    constexpr uid_t nobody = 65534;
+    const bool drop = unprivileged && ::geteuid() == 0;
+    if (unprivileged && !drop)
+        QSKIP("already unprivileged");
+    if (drop) {
+        QProcess::execute(u"chown"_s, {u"-R"_s, u"65534:65534"_s, m_home->path()});
+        QVERIFY(::seteuid(nobody) == 0);
+    }
+    const auto restore = qScopeGuard([drop] {
+        if (drop)
+            QVERIFY(::seteuid(0) == 0);
+    });
+    const QByteArray cachesPath = QFile::encodeName(caches), asidePath = QFile::encodeName(aside);
+    std::atomic<bool> stop{false};
+    std::thread swapper([&] {
+        while (!stop) {
+            ::rename(cachesPath.constData(), asidePath.constData());
+            ::symlink("../Documents", cachesPath.constData());
+            std::this_thread::yield();
+            ::unlink(cachesPath.constData());
+            ::rename(asidePath.constData(), cachesPath.constData());
+        }
+    });
+    QElapsedTimer clock;
+    clock.start();
+    int moved = 0;
+    for (int round = 0; round < 300 && clock.elapsed() < 3000; ++round) {
+        // Made in whichever place the real folder is at the moment.
+        for (const QByteArray &folder : {cachesPath, asidePath}) {
+            const int fd = ::open((folder + "/doc").constData(),
+                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+            if (fd >= 0)
+                ::close(fd);
+        }
+        moved += Cleaner::remove({item(u"Library/Caches/doc"_s, CleanCategory::userCache)}).count;
+        QVERIFY2(QFileInfo::exists(m_home->file(u"Documents/doc"_s)), "the document moved");
+    }
+    stop = true;
+    swapper.join();
+    qInfo("%d of the removals moved the cache", moved);
+}
+
+// Whatever stands where the log belongs, nothing is written through it, the move still
+// happens, and the removal says its line is missing.
+void CleanerTest::hostileLog_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::newRow("log links to a file") << u"file link"_s;
+    QTest::newRow("log is a dangling link") << u"dangling"_s;
+    QTest::newRow("log folder is a link") << u"folder link"_s;
+    QTest::newRow("a file where the folder belongs") << u"file"_s;
+    QTest::newRow("log is a pipe") << u"pipe"_s;
+}
+
+void CleanerTest::hostileLog()
+{
+    QFETCH(QString, kind);
+    const QString outside = m_home->file(u"outside"_s);
+    QDir(outside).removeRecursively();
+    makeFile(outside + u"/target.txt"_s, 4);
+    const QByteArray log = QFile::encodeName(RemovalLog::path());
+    QVERIFY(QDir().mkpath(m_home->file(u"Library/Logs"_s)));
+    if (kind != u"folder link" && kind != u"file")
+        QVERIFY(QDir().mkpath(m_logFolder));
+    if (kind == u"file link")
+        QVERIFY(::symlink(QFile::encodeName(outside + u"/target.txt"_s), log) == 0);
+    if (kind == u"dangling")
+        QVERIFY(::symlink(QFile::encodeName(outside + u"/new.txt"_s), log) == 0);
+    if (kind == u"folder link")
+        QVERIFY(::symlink(QFile::encodeName(outside), QFile::encodeName(m_logFolder)) == 0);
+    if (kind == u"file")
+        makeFile(m_logFolder);
+    if (kind == u"pipe")
+        QVERIFY(::mkfifo(log.constData(), 0600) == 0);
+    const QStringList before = QDir(outside).entryList(QDir::Files);
+    makeFile(m_home->file(u"Library/Caches/com.h"_s));
+
+    const auto result = Cleaner::remove({item(u"Library/Caches/com.h"_s, CleanCategory::userCache)});
+
+    QCOMPARE(result.count, 1);
+    QVERIFY(result.items.value(0).logFailure.has_value());
+    QVERIFY(CleanModel::summary(result).contains(u"The removal log could not be written"_s));
+    QCOMPARE(QDir(outside).entryList(QDir::Files), before);
+    QFile target(outside + u"/target.txt"_s);
+    QVERIFY(target.open(QIODevice::ReadOnly));
+    QCOMPARE(target.size(), 4);
+    removeEntry(m_logFolder);
+}
+
+// A name may hold line feeds, tabs and backslashes: one move is still one line of four
+// fields, and a crafted name cannot pass for an entry of its own.
+void CleanerTest::namesStayOnOneLine()
+{
+    const QStringList names{u"a\nb"_s, u"x\ty"_s, u"back\\slash"_s, u"bell\x07\x7f"_s,
+                            u"n\n2020-01-01T00:00:00Z\tuserCache\t1 KB\tFORGED ENTRY"_s};
+    QList<CleanItem> items;
+    for (const QString &name : names) {
+        makeFile(m_home->file(u"Library/Caches/"_s + name));
+        items.append(item(u"Library/Caches/"_s + name, CleanCategory::userCache));
+    }
+    QCOMPARE(Cleaner::remove(items).count, int(names.size()));
+    const QStringList lines = logLines();
+    QCOMPARE(lines.size(), names.size());
+    for (const QString &line : lines)
+        QCOMPARE(line.count(u'\t'), 3);
+    QVERIFY(lines[0].contains(u"/a\\nb → "_s));
+    QVERIFY(lines[1].contains(u"/x\\ty → "_s));
+    QVERIFY(lines[2].contains(u"/back\\\\slash → "_s));
+    QVERIFY(lines[3].contains(u"/bell\\x07\\x7F → "_s));
+    QVERIFY(lines[4].contains(u"\\tFORGED ENTRY → "_s));
 }
 
 QTEST_GUILESS_MAIN(CleanerTest)
