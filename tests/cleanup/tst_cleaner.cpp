@@ -6,10 +6,10 @@
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 
-#include <QRegularExpression>
-#include <QtTest>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QScopeGuard>
+#include <QtTest>
 #include <atomic>
 #include <cerrno>
 #include <fcntl.h>
@@ -291,9 +291,8 @@ void CleanerTest::linkedFolders_data()
         << u"Library/Caches"_s << u"Mail"_s << u"Library/Caches/inbox"_s << cache << false;
     QTest::newRow("library is a link")
         << u"Library"_s << u"Documents"_s << u"Library/Caches/x"_s << cache << false;
-    QTest::newRow("large file behind a link")
-        << u"Movies"_s << u"Documents"_s << u"Movies/x"_s << int(CleanCategory::largeFiles)
-        << false;
+    QTest::newRow("large file behind a link") << u"Movies"_s << u"Documents"_s << u"Movies/x"_s
+                                              << int(CleanCategory::largeFiles) << false;
     QTest::newRow("the item is a link")
         << u"Library/Caches/x"_s << u"../../Documents"_s << u"Library/Caches/x"_s << cache << true;
 }
@@ -318,8 +317,7 @@ void CleanerTest::linkedFolders()
 
     QVERIFY2(result.count == (moves ? 1 : 0), qPrintable(result.failures.join(u'\n')));
     if (!moves)
-        QCOMPARE(result.failures,
-                 QStringList{u"i: path goes through a symbolic link — refused"_s});
+        QCOMPARE(result.failures, QStringList{u"i: path goes through a symbolic link — refused"_s});
     QVERIFY(QFileInfo::exists(m_home->file(u"Documents/x/doc.txt"_s)));
     QVERIFY(QFileInfo::exists(m_home->file(u"Library/Mail/inbox/mail.eml"_s)) ||
             link == u"Library");
@@ -419,7 +417,8 @@ void CleanerTest::hostileLog()
     const QStringList before = QDir(outside).entryList(QDir::Files);
     makeFile(m_home->file(u"Library/Caches/com.h"_s));
 
-    const auto result = Cleaner::remove({item(u"Library/Caches/com.h"_s, CleanCategory::userCache)});
+    const auto result =
+        Cleaner::remove({item(u"Library/Caches/com.h"_s, CleanCategory::userCache)});
 
     QCOMPARE(result.count, 1);
     QVERIFY(result.items.value(0).logFailure.has_value());

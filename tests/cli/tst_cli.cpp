@@ -149,6 +149,11 @@ void CliTest::checkText()
     const Run allowed = cli({u"check"_s, u"--category=userCache"_s, cache});
     QCOMPARE(allowed.status, 0);
     QCOMPARE(allowed.out, cache + u"\tallowed\n"_s);
+
+    // A name cannot add a line or a field of its own.
+    const QString forged = m_home->path() + u"/Library/Caches/a\nb\tallowed"_s;
+    const Run escaped = cli({u"check"_s, u"--category=userCache"_s, forged});
+    QCOMPARE(escaped.out, m_home->path() + u"/Library/Caches/a\\nb\\tallowed\tallowed\n"_s);
 }
 
 void CliTest::checkJson()

@@ -7,6 +7,7 @@
 #include <QProcess>
 #include <QtTest>
 #include <fcntl.h>
+#include <functional>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -69,7 +70,8 @@ public:
 
     Run cli(const QStringList &arguments, const QString &language = u"C.UTF-8"_s,
             const std::optional<QByteArray> &typed = std::nullopt,
-            const QString &workingDirectory = {}) const
+            const QString &workingDirectory = {},
+            const std::function<void()> &whileAsking = {}) const
     {
         QProcess process;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -87,13 +89,23 @@ public:
             process.setChildProcessModifier([slave = pty->slave] { ::dup2(slave, STDIN_FILENO); });
         }
         process.start(QStringLiteral(QUORVEL_CLI_PATH), arguments);
+        QByteArray err;
+        if (whileAsking) { // the answer is typed only once the question is there
+            QElapsedTimer clock;
+            clock.start();
+            while (!err.contains("[y/N]") && clock.elapsed() < 15'000) {
+                process.waitForReadyRead(50);
+                err += process.readAllStandardError();
+            }
+            whileAsking();
+        }
         if (typed && ::write(pty->master, typed->constData(), size_t(typed->size())) < 0)
             return {};
         if (!process.waitForFinished(15'000))
             return {};
         return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
                 QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+                QString::fromUtf8(err + process.readAllStandardError())};
     }
 
 private:
@@ -479,6 +491,17 @@ void CliCleanTest::trashEmpty()
     QCOMPARE(after.json()[u"count"_s].toInteger(-1), 0);
     QVERIFY(home.trashed().isEmpty());
     QCOMPARE(home.logLines().size(), 5); // emptying the Trash is not a clean-up move
+
+    // What arrives while the question waits was not agreed to: it stays, and is named.
+    QCOMPARE(home.cli({u"clean"_s, u"cleanup"_s, u"--yes"_s}).status, 0);
+    const Run late =
+        home.cli({u"trash"_s, u"--empty"_s, u"--json"_s}, u"C.UTF-8"_s, QByteArray("y\n"), {},
+                 [&] { home.file(u".local/share/Trash/files/late.txt"_s, 10); });
+    QCOMPARE(late.status, 0);
+    QCOMPARE(late.json()[u"code"_s].toString(), u"emptied"_s);
+    QCOMPARE(late.json()[u"kept"_s].toInteger(), 1);
+    QVERIFY(late.json()[u"message"_s].toString().contains(u"1 item(s) added after"_s));
+    QCOMPARE(home.trashed(), QStringList{u"late.txt"_s});
 }
 
 QTEST_GUILESS_MAIN(CliCleanTest)
