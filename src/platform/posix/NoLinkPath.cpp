@@ -7,9 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#if defined(__linux__)
+#if defined(__linux__) && __has_include(<linux/openat2.h>)
 #include <linux/openat2.h>
 #include <sys/syscall.h>
+#define QUORVEL_HAVE_OPENAT2 1
 #endif
 
 namespace Platform::NoLinkPath {
@@ -18,7 +19,7 @@ namespace {
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 // One name at a time, none of them followed; works on every kernel.
-int walk(int fd, const QByteArray &relative)
+[[maybe_unused]] int walk(int fd, const QByteArray &relative)
 {
     for (const QByteArray &name : relative.split('/')) {
         if (fd < 0)
@@ -38,10 +39,16 @@ int walk(int fd, const QByteArray &relative)
 
 int openFolder(const QByteArray &anchor, const QByteArray &relative)
 {
+    for (const QByteArray &name : relative.split('/')) {
+        if (name == "." || name == "..") { // would climb out of what was checked
+            errno = EINVAL;
+            return -1;
+        }
+    }
     const int base = ::open(anchor.constData(), folderFlags);
     if (base < 0 || relative.isEmpty())
         return base;
-#if defined(__linux__) && defined(SYS_openat2)
+#if defined(QUORVEL_HAVE_OPENAT2) && defined(SYS_openat2)
     // The kernel refuses every link on the way in one call; older kernels say ENOSYS.
     open_how how = {};
     how.flags = folderFlags;
