@@ -137,22 +137,6 @@ int writeNewFile(int dirFd, const QByteArray &name, const QByteArray &text)
     return error;
 }
 
-// renameat(2) that fails with EEXIST instead of replacing an existing target. File systems
-// without RENAME_NOREPLACE get a look-then-rename, which is as close as they allow.
-int renameNoReplace(int fromDir, const QByteArray &from, int toDir, const QByteArray &to)
-{
-    if (::renameat2(fromDir, from.constData(), toDir, to.constData(), RENAME_NOREPLACE) == 0)
-        return 0;
-    if (errno != EINVAL && errno != ENOSYS)
-        return errno;
-    struct stat st = {};
-    if (::fstatat(toDir, to.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0)
-        return EEXIST;
-    if (::renameat(fromDir, from.constData(), toDir, to.constData()) == 0)
-        return 0;
-    return errno == ENOTEMPTY ? EEXIST : errno;
-}
-
 // The item as the move will act on it: its folder held open, reached from the anchor
 // without passing through a link, so that relinking any folder on the way afterwards
 // changes nothing about which entry moves.
@@ -277,7 +261,8 @@ TrashMove moveToTrash(const QString &path, const QString &anchor)
             return error == ENOENT ? failed(TrashFailure::noTrash, error) : failedWith(error);
         }
 
-        const int error = renameNoReplace(item.parent.get(), item.name, open->files.get(), stored);
+        const int error = XdgTrash::renameNoReplace(item.parent.get(), item.name.constData(),
+                                                    open->files.get(), stored.constData());
         if (error == 0) {
             TrashMove move;
             move.moved = true;

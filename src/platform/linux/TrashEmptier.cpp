@@ -249,26 +249,14 @@ bool sameEntry(const struct stat &st, const TrashEntry &entry)
     return quint64(st.st_dev) == entry.device && quint64(st.st_ino) == entry.inode;
 }
 
-// rename(2) that never replaces: a name taken is EEXIST.
-int renameNoReplace(int fromDir, const char *from, int toDir, const char *to)
-{
-    if (::renameat2(fromDir, from, toDir, to, RENAME_NOREPLACE) == 0)
-        return 0;
-    if (errno != EINVAL && errno != ENOSYS)
-        return errno;
-    struct stat st = {};
-    if (::fstatat(toDir, to, &st, AT_SYMLINK_NOFOLLOW) == 0)
-        return EEXIST;
-    return ::renameat(fromDir, from, toDir, to) == 0 ? 0 : errno;
-}
-
 // Puts a staged entry back into files/ under its own name, or a free variant of it, so
 // that what could not be deleted stays visible in the Trash.
 void restage(int stagingFd, const std::string &staged, int filesFd, const std::string &name)
 {
     for (int attempt = 1; attempt < 1000; ++attempt) {
         const std::string target = attempt == 1 ? name : name + '.' + std::to_string(attempt);
-        const int error = renameNoReplace(stagingFd, staged.c_str(), filesFd, target.c_str());
+        const int error =
+            XdgTrash::renameNoReplace(stagingFd, staged.c_str(), filesFd, target.c_str());
         if (error != EEXIST)
             return;
     }
@@ -317,7 +305,7 @@ struct Emptier
         int error = EEXIST;
         while (error == EEXIST) {
             staged = std::to_string(::getpid()) + '-' + std::to_string(++serial);
-            error = renameNoReplace(filesFd, name.c_str(), stagingFd, staged.c_str());
+            error = XdgTrash::renameNoReplace(filesFd, name.c_str(), stagingFd, staged.c_str());
         }
         if (error != 0)
             return; // gone meanwhile, or cannot be taken out: it stays where it is

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -99,6 +101,20 @@ QByteArray utf8Prefix(const QByteArray &bytes, qsizetype limit)
 }
 
 } // namespace
+
+int renameNoReplace(int fromDir, const char *from, int toDir, const char *to)
+{
+    if (::renameat2(fromDir, from, toDir, to, RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS)
+        return errno;
+    struct stat st = {};
+    if (::fstatat(toDir, to, &st, AT_SYMLINK_NOFOLLOW) == 0)
+        return EEXIST;
+    if (::renameat(fromDir, from, toDir, to) == 0)
+        return 0;
+    return errno == ENOTEMPTY ? EEXIST : errno;
+}
 
 QByteArray joined(const QByteArray &dir, const QByteArray &name)
 {

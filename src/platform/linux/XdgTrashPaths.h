@@ -50,6 +50,11 @@ QByteArray storedName(const QByteArray &name, int attempt);
 // top folder otherwise.
 QByteArray infoText(const QByteArray &path);
 
+// renameat(2) that fails with EEXIST instead of replacing an existing target: 0 or the
+// errno. File systems without RENAME_NOREPLACE get a look-then-rename, as close as they
+// allow.
+int renameNoReplace(int fromDir, const char *from, int toDir, const char *to);
+
 // "/a" + "b" without doubling the slash when dir is "/".
 QByteArray joined(const QByteArray &dir, const QByteArray &name);
 
