@@ -4,6 +4,7 @@
 #include "core/cleanup/CleanItem.h"
 #include "core/cleanup/Cleaner.h"
 #include "core/disk/DiskScanner.h"
+#include "core/words/CleanupWords.h"
 
 #include <QByteArray>
 #include <QDir>
@@ -100,11 +101,12 @@ int main(int argc, char **argv)
     const Cleaner::Result result = Cleaner::remove(items);
     const double removeMs = msSince(removeStart);
 
-    for (const QString &failure : result.failures)
+    const QStringList failures = Words::failureLines(result);
+    for (const QString &failure : failures)
         write(stderr, "quorvel-removebench: " + failure.toUtf8() + '\n');
     std::printf("items %lld\nmoved %d\nfailures %lld\nbytes %lld\n"
                 "list_ms %.3f\nsize_ms %.3f\nremove_ms %.3f\n",
-                (long long)items.size(), result.count, (long long)result.failures.size(),
+                (long long)items.size(), result.count, (long long)failures.size(),
                 (long long)result.bytes, listMs, sizeMs, removeMs);
-    return result.failures.isEmpty() && result.count == items.size() ? 0 : 1;
+    return failures.isEmpty() && result.count == items.size() ? 0 : 1;
 }

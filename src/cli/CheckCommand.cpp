@@ -4,6 +4,7 @@
 #include "core/cleanup/CleanCategory.h"
 #include "core/cleanup/SafetyGuard.h"
 #include "core/text/PathText.h"
+#include "core/words/CleanupWords.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -70,13 +71,17 @@ int check(const QStringList &arguments)
     QJsonArray answers;
     QString text;
     for (const QString &path : std::as_const(paths)) {
-        const auto refusal = SafetyGuard::refusal(path, *category);
-        anyRefused = anyRefused || refusal.has_value();
+        const auto refused = SafetyGuard::refusal(path, *category);
+        anyRefused = anyRefused || refused.has_value();
+        const std::optional<QString> refusal =
+            refused ? std::optional(Words::refusal(*refused)) : std::nullopt;
         if (json) {
             answers.append(QJsonObject{
                 {QStringLiteral("path"), path},
                 {QStringLiteral("allowed"), !refusal},
                 {QStringLiteral("reason"), refusal ? QJsonValue(*refusal) : QJsonValue()},
+                {QStringLiteral("code"),
+                 refused ? QJsonValue(SafetyGuard::rawValue(*refused)) : QJsonValue()},
             });
         } else {
             text +=

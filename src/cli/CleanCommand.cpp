@@ -8,6 +8,7 @@
 #include "core/models/CleanModel.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
+#include "core/words/CleanupWords.h"
 
 #include <QDir>
 #include <QHash>
@@ -73,8 +74,8 @@ std::optional<QSet<QString>> pathsOf(const QList<CleanItem> &items, const QStrin
 struct Outcome
 {
     QList<CleanItem> moved;
-    QList<std::pair<CleanItem, QString>> failed; // with the reason
-    QStringList unlogged;                        // moved, but the log line was not written
+    QList<std::pair<CleanItem, Cleaner::Outcome>> failed;
+    QStringList unlogged; // moved, but the log line was not written
 };
 
 // What the removal did to each taken item, as the engine reports it.
@@ -89,7 +90,7 @@ Outcome outcome(const CleanModel &model, const QList<CleanItem> &taken)
     for (const CleanItem &item : taken) {
         const Cleaner::Outcome *done = byPath.value(item.path);
         if (done == nullptr || done->kind != Cleaner::Outcome::Kind::moved) {
-            result.failed.append({item, done ? done->reason : QString()});
+            result.failed.append({item, done ? *done : Cleaner::Outcome{}});
             continue;
         }
         result.moved.append(item);
@@ -106,9 +107,11 @@ QString jsonReport(bool dryRun, const QList<CleanItem> &taken, const Outcome &do
     for (const CleanItem &item : taken)
         paths.append(item.path);
     QJsonArray failures;
-    for (const auto &[item, reason] : done.failed) {
-        failures.append(
-            QJsonObject{{u"path"_s, item.path}, {u"title"_s, item.title}, {u"reason"_s, reason}});
+    for (const auto &[item, outcome] : done.failed) {
+        failures.append(QJsonObject{{u"path"_s, item.path},
+                                    {u"title"_s, item.title},
+                                    {u"reason"_s, Words::reason(outcome)},
+                                    {u"code"_s, Cleaner::code(outcome)}});
     }
     QJsonObject root{
         {u"dryRun"_s, dryRun},

@@ -2,9 +2,9 @@
 
 #include "core/cleanup/Cleaner.h"
 #include "core/cleanup/RemovalLog.h"
-#include "core/models/CleanModel.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
+#include "core/words/CleanupWords.h"
 
 #include <QProcess>
 #include <QRegularExpression>
@@ -113,7 +113,7 @@ void CleanerTest::emptyListWritesNothing()
     const Cleaner::Result result = Cleaner::remove({});
     QCOMPARE(result.count, 0);
     QCOMPARE(result.bytes, 0);
-    QVERIFY(result.failures.isEmpty());
+    QVERIFY(Words::failureLines(result).isEmpty());
     QVERIFY(!QFileInfo::exists(m_logFolder));
 }
 
@@ -133,9 +133,10 @@ void CleanerTest::refusalsInInputOrder()
     const Cleaner::Result result = Cleaner::remove(items, mover);
     QCOMPARE(calls, 0);
     QCOMPARE(result.count, 0);
-    QCOMPARE(result.failures, (QStringList{u"Same: not in a cleanable area — refused"_s,
-                                           u"Hosts: outside your home folder — refused"_s,
-                                           u"Same: protected location — refused"_s}));
+    QCOMPARE(Words::failureLines(result),
+             (QStringList{u"Same: not in a cleanable area — refused"_s,
+                          u"Hosts: outside your home folder — refused"_s,
+                          u"Same: protected location — refused"_s}));
     QVERIFY(!QFileInfo::exists(m_logFolder));
 }
 
@@ -178,7 +179,7 @@ void CleanerTest::failureReasons()
         Cleaner::remove({item(u"Library/Caches/x"_s, CleanCategory::userCache)}, mover);
     QCOMPARE(result.count, 0);
     QCOMPARE(result.bytes, 0);
-    QCOMPARE(result.failures, QStringList{line});
+    QCOMPARE(Words::failureLines(result), QStringList{line});
     QVERIFY(!QFileInfo::exists(m_logFolder));
 }
 
@@ -216,7 +217,7 @@ void CleanerTest::movesToTrashAndLogs()
     const auto result = Cleaner::remove(items);
     QCOMPARE(result.count, 3);
     QCOMPARE(result.bytes, 1'500'000 * 2 + 2'000'000);
-    QCOMPARE(result.failures, QStringList{u"gone: the item no longer exists"_s});
+    QCOMPARE(Words::failureLines(result), QStringList{u"gone: the item no longer exists"_s});
     QVERIFY(!QFileInfo::exists(items[0].path));
     QVERIFY(!QFileInfo::exists(items[1].path));
 
@@ -268,9 +269,9 @@ void CleanerTest::unwritableLogStillCountsTheMove()
     const auto result =
         Cleaner::remove({item(u"Library/Caches/com.c"_s, CleanCategory::userCache)});
     QCOMPARE(result.count, 1);
-    QVERIFY(result.failures.isEmpty());
+    QVERIFY(Words::failureLines(result).isEmpty());
     QVERIFY(result.items.value(0).logFailure.has_value());
-    QVERIFY(Cleaner::unloggedText(result).has_value());
+    QVERIFY(Words::unloggedLine(result).has_value());
     QVERIFY(QFileInfo(RemovalLog::path()).isDir());
     QVERIFY(QFileInfo::exists(RemovalLog::path() + u"/keep"_s));
 }
@@ -315,9 +316,10 @@ void CleanerTest::linkedFolders()
 
     const auto result = Cleaner::remove({this->item(item, CleanCategory(category), u"i"_s)});
 
-    QVERIFY2(result.count == (moves ? 1 : 0), qPrintable(result.failures.join(u'\n')));
+    QVERIFY2(result.count == (moves ? 1 : 0), qPrintable(Words::failureLines(result).join(u'\n')));
     if (!moves)
-        QCOMPARE(result.failures, QStringList{u"i: path goes through a symbolic link — refused"_s});
+        QCOMPARE(Words::failureLines(result),
+                 QStringList{u"i: path goes through a symbolic link — refused"_s});
     QVERIFY(QFileInfo::exists(m_home->file(u"Documents/x/doc.txt"_s)));
     QVERIFY(QFileInfo::exists(m_home->file(u"Library/Mail/inbox/mail.eml"_s)) ||
             link == u"Library");
@@ -422,7 +424,7 @@ void CleanerTest::hostileLog()
 
     QCOMPARE(result.count, 1);
     QVERIFY(result.items.value(0).logFailure.has_value());
-    QVERIFY(CleanModel::summary(result).contains(u"The removal log could not be written"_s));
+    QVERIFY(Words::removalSummary(result).contains(u"The removal log could not be written"_s));
     QCOMPARE(QDir(outside).entryList(QDir::Files), before);
     QFile target(outside + u"/target.txt"_s);
     QVERIFY(target.open(QIODevice::ReadOnly));

@@ -3,6 +3,7 @@
 #include "core/cleanup/SafetyGuard.h"
 #include "core/plist/PlistReader.h"
 #include "core/text/L10n.h"
+#include "core/words/CleanupWords.h"
 
 #include <QtTest>
 #include <plist/plist.h>
@@ -18,6 +19,12 @@ const QString kBadType = u"protected file type — refused"_s;
 const QString kNotCleanable = u"not in a cleanable area — refused"_s;
 const QString kNotApp = u"not an app in Applications — refused"_s;
 const QString kApple = u"Apple app — refused"_s;
+
+// The guard's answer as people read it; empty when allowed.
+QString said(const std::optional<SafetyGuard::Refusal> &refusal)
+{
+    return refusal ? Words::refusal(*refusal) : QString();
+}
 
 // Writes Info.plist for an app bundle under the home folder, in XML or binary form.
 void writeInfoPlist(const QString &bundle, const char *identifier, bool binary)
@@ -159,7 +166,7 @@ void SafetyGuardTest::rules()
         relative.startsWith(u'/') && relative != u"/" ? relative : m_home->path() + u'/' + relative;
     const auto got = SafetyGuard::refusal(relative == u"/" ? u"/"_s : path,
                                           cleanCategoryFromRaw(category).value());
-    QCOMPARE(got.value_or(QString()), refusal);
+    QCOMPARE(said(got), refusal);
 }
 
 void SafetyGuardTest::application_data()
@@ -196,7 +203,7 @@ void SafetyGuardTest::application()
     if (path.startsWith(u'~'))
         path = m_home->path() + path.mid(1);
     const auto got = SafetyGuard::refusal(path, CleanCategory::unusedApps);
-    QCOMPARE(got.value_or(QString()), refusal);
+    QCOMPARE(said(got), refusal);
 }
 
 void SafetyGuardTest::chineseMessages()
@@ -207,9 +214,11 @@ void SafetyGuardTest::chineseMessages()
                                             CleanCategory::unusedApps);
     const auto type = SafetyGuard::refusal(m_home->file(u"a.utm"_s), CleanCategory::largeFiles);
     L10n::overrideForTesting(false);
-    QCOMPARE(outside.value_or(QString()), u"不在个人文件夹内，拒绝"_s);
-    QCOMPARE(apple.value_or(QString()), u"Apple 自带应用，拒绝"_s);
-    QCOMPARE(type.value_or(QString()), u"受保护的文件类型，拒绝"_s);
+    L10n::overrideForTesting(true);
+    QCOMPARE(said(outside), u"不在个人文件夹内，拒绝"_s);
+    QCOMPARE(said(apple), u"Apple 自带应用，拒绝"_s);
+    QCOMPARE(said(type), u"受保护的文件类型，拒绝"_s);
+    L10n::overrideForTesting(false);
 }
 
 void SafetyGuardTest::plistReader_data()

@@ -1,6 +1,7 @@
 #include "core/models/CleanModel.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
+#include "core/words/CleanupWords.h"
 
 #include <QSemaphore>
 #include <QSignalSpy>
@@ -40,11 +41,14 @@ Cleaner::Result fakeRemoval(const QList<CleanItem> &items, const QSet<QString> &
     Cleaner::Result r;
     for (const CleanItem &i : items) {
         const bool fails = failing.contains(i.path);
-        r.items.append({i.path, fails ? Kind::refused : Kind::moved, {}, {}, u"refused"_s});
-        if (fails) {
-            r.failures.append(i.title + u": protected location — refused"_s);
+        Cleaner::Outcome &o = r.items.emplace_back();
+        o.path = i.path;
+        o.title = i.title;
+        o.kind = fails ? Kind::refused : Kind::moved;
+        if (fails)
+            o.refusal = SafetyGuard::Refusal::protectedLocation;
+        if (fails)
             continue;
-        }
         ++r.count;
         r.bytes += i.bytes;
     }
@@ -299,19 +303,21 @@ void CleanModelTest::sameTitles()
 
 void CleanModelTest::summaryTexts()
 {
-    Cleaner::Result r{3, 1'500'000, {}, {}};
+    QList<CleanItem> taken;
     for (int i = 1; i <= 7; ++i)
-        r.failures.append(u"item%1: failed"_s.arg(i));
-    const QString en = CleanModel::summary(r);
+        taken.append(item(u"/p/%1"_s.arg(i), CleanCategory::logs, 1, u"item%1"_s.arg(i)));
+    Cleaner::Result r =
+        fakeRemoval(taken, {u"/p/1"_s, u"/p/2"_s, u"/p/3"_s, u"/p/4"_s, u"/p/5"_s, u"/p/6"_s});
+    r.bytes = 1'500'000;
+    const QString en = Words::removalSummary(r);
     QCOMPARE(en.split(u'\n').size(), 2 + 5);
-    QVERIFY(en.startsWith(u"Moved 3 item(s) (1.5 MB) to the Trash.\nSkipped:\nitem1: failed\n"_s));
-    QVERIFY(en.endsWith(u"item5: failed"_s));
+    QVERIFY(en.startsWith(u"Moved 1 item(s) (1.5 MB) to the Trash.\nSkipped:\n"
+                          u"item1: protected location — refused\n"_s));
+    QVERIFY(en.endsWith(u"item5: protected location — refused"_s));
     L10n::overrideForTesting(true);
-    const QString zh = CleanModel::summary({0, 0, {u"a: x"_s}, {}});
-    const QString zhPlain = CleanModel::summary({2, 2'000'000, {}, {}});
+    const QString zh = Words::removalSummary(fakeRemoval({taken[0]}, {u"/p/1"_s}));
     L10n::overrideForTesting(false);
-    QCOMPARE(zh, u"已把 0 项（零 KB）移到废纸篓。\n已跳过：\na: x"_s);
-    QCOMPARE(zhPlain, u"已把 2 项（2 MB）移到废纸篓。"_s);
+    QCOMPARE(zh, u"已把 0 项（零 KB）移到废纸篓。\n已跳过：\nitem1: 受保护位置，拒绝"_s);
 }
 
 void CleanModelTest::nothingSelected()

@@ -1,7 +1,7 @@
 #include "common/TestHome.h"
 #include "core/disk/DiskScanner.h"
-#include "core/models/OverviewModel.h"
 #include "core/text/L10n.h"
+#include "core/words/CleanupWords.h"
 #include "platform/Trash.h"
 
 #include <QDirIterator>
@@ -60,7 +60,7 @@ QString outcome()
     const TrashEmptyResult result = DiskScanner::emptyTrash(counted());
     return result.code == TrashEmptyResult::Code::emptied && result.kept == 0
                ? emptied
-               : OverviewModel::trashMessage(result);
+               : Words::trashMessage(result);
 }
 
 // What the user is told when `count` entries are left.

@@ -64,15 +64,13 @@ struct Fakes
             Cleaner::Result result;
             for (const CleanItem &i : items) {
                 const bool refused = i.path.endsWith(u".vmdk"_s);
-                result.items.append(
-                    {i.path,
-                     refused ? Cleaner::Outcome::Kind::refused : Cleaner::Outcome::Kind::moved,
-                     {},
-                     {},
-                     {}});
-                if (refused) {
-                    result.failures.append(i.title + u": protected file type — refused"_s);
-                } else {
+                Cleaner::Outcome &o = result.items.emplace_back();
+                o.path = i.path;
+                o.title = i.title;
+                o.kind = refused ? Cleaner::Outcome::Kind::refused : Cleaner::Outcome::Kind::moved;
+                if (refused)
+                    o.refusal = SafetyGuard::Refusal::protectedExtension;
+                if (!refused) {
                     ++result.count;
                     result.bytes += i.bytes;
                 }

@@ -1,51 +1,53 @@
 #include "core/cleanup/Cleaner.h"
 
 #include "core/cleanup/RemovalLog.h"
-#include "core/cleanup/SafetyGuard.h"
 #include "core/text/Fmt.h"
-#include "core/text/L10n.h"
 #include "core/text/PathText.h"
 
-namespace Cleaner {
+#include <cerrno>
 
-QString failureText(const Platform::TrashMove &move)
+namespace Cleaner {
+namespace {
+
+Failure failureOf(const Platform::TrashMove &move)
 {
-    if (!move.systemText.isEmpty())
-        return move.systemText;
+    if (move.errorCode == EXDEV)
+        return Failure::crossDevice;
     switch (move.failure) {
     case Platform::TrashFailure::missing:
-        return L10n::pick(QStringLiteral("the item no longer exists"),
-                          QStringLiteral("项目已不存在"));
+        return Failure::missing;
     case Platform::TrashFailure::permissionDenied:
-        return L10n::pick(QStringLiteral("permission denied"), QStringLiteral("没有权限"));
+        return Failure::permissionDenied;
     case Platform::TrashFailure::noTrash:
-        return L10n::pick(QStringLiteral("no Trash on that volume"),
-                          QStringLiteral("该卷上没有废纸篓"));
+        return Failure::noTrash;
     case Platform::TrashFailure::nameTooLong:
-        return L10n::pick(QStringLiteral("name too long"), QStringLiteral("名称过长"));
+        return Failure::nameTooLong;
     case Platform::TrashFailure::none:
     case Platform::TrashFailure::other:
         break;
     }
-    if (move.errorCode != 0)
-        return qt_error_string(move.errorCode);
-    return L10n::pick(QStringLiteral("could not be moved to the Trash"),
-                      QStringLiteral("无法移到废纸篓"));
+    return Failure::other;
 }
+
+} // namespace
 
 Result remove(const QList<CleanItem> &items, const TrashMover &mover)
 {
     Result result;
     for (const CleanItem &item : items) {
-        Outcome outcome{item.path, Outcome::Kind::failed, {}, {}, {}};
+        Outcome outcome;
+        outcome.path = item.path;
+        outcome.title = item.title;
         // The move acts on the very path the guard judged.
         const QString standard = PathText::standardized(item.path);
         if (const auto refused = SafetyGuard::refusal(item.path, item.category)) {
             outcome.kind = Outcome::Kind::refused;
-            outcome.reason = *refused;
+            outcome.refusal = refused;
         } else if (const Platform::TrashMove move = mover(standard, SafetyGuard::anchor(standard));
                    !move.moved) {
-            outcome.reason = failureText(move);
+            outcome.failure = failureOf(move);
+            outcome.errorCode = move.errorCode;
+            outcome.systemText = move.systemText;
         } else {
             outcome.kind = Outcome::Kind::moved;
             outcome.trashedPath = move.trashedPath;
@@ -57,9 +59,6 @@ Result remove(const QList<CleanItem> &items, const TrashMover &mover)
                 RemovalLog::append({rawValue(item.category), Fmt::bytes(item.bytes),
                                     item.path + QStringLiteral(" → ") + destination});
         }
-        if (outcome.kind != Outcome::Kind::moved)
-            result.failures.append(PathText::escaped(item.title) + QStringLiteral(": ") +
-                                   outcome.reason);
         result.items.append(std::move(outcome));
     }
     return result;
@@ -72,24 +71,31 @@ Result remove(const QList<CleanItem> &items)
     });
 }
 
-std::optional<QString> unloggedText(const Result &result)
+QString code(const Outcome &outcome)
 {
-    int unlogged = 0;
-    int error = 0;
-    for (const Outcome &outcome : result.items) {
-        if (outcome.logFailure) {
-            ++unlogged;
-            error = *outcome.logFailure;
-        }
+    switch (outcome.kind) {
+    case Outcome::Kind::moved:
+        return QStringLiteral("moved");
+    case Outcome::Kind::refused:
+        return outcome.refusal ? SafetyGuard::rawValue(*outcome.refusal) : QStringLiteral("other");
+    case Outcome::Kind::failed:
+        break;
     }
-    if (unlogged == 0)
-        return std::nullopt;
-    const QString n = QString::number(unlogged);
-    const QString why = qt_error_string(error);
-    return L10n::pick(QStringLiteral("The removal log could not be written (") + why +
-                          QStringLiteral("): ") + n + QStringLiteral(" move(s) not logged."),
-                      QStringLiteral("无法写入删除记录（") + why + QStringLiteral("）：") + n +
-                          QStringLiteral(" 项移动未记录。"));
+    switch (outcome.failure) {
+    case Failure::missing:
+        return QStringLiteral("missing");
+    case Failure::permissionDenied:
+        return QStringLiteral("permissionDenied");
+    case Failure::noTrash:
+        return QStringLiteral("noTrash");
+    case Failure::crossDevice:
+        return QStringLiteral("crossDevice");
+    case Failure::nameTooLong:
+        return QStringLiteral("nameTooLong");
+    case Failure::other:
+        break;
+    }
+    return QStringLiteral("other");
 }
 
 } // namespace Cleaner

@@ -1,32 +1,40 @@
 #pragma once
 
 #include "core/cleanup/CleanItem.h"
+#include "core/cleanup/SafetyGuard.h"
 #include "platform/Trash.h"
 
 #include <QList>
-#include <QStringList>
+#include <QString>
 #include <functional>
 #include <optional>
 
 // The only place a clean-up changes the user's files: guard, move to the Trash, log.
 namespace Cleaner {
 
-// What happened to one item, keyed by its path.
+// Why a move the guard allowed did not happen.
+enum class Failure { missing, permissionDenied, noTrash, crossDevice, nameTooLong, other };
+
+// What happened to one item, keyed by its path. Words renders it; nothing here is text
+// for people.
 struct Outcome
 {
     enum class Kind { moved, refused, failed };
     QString path;
+    QString title;
     Kind kind = Kind::failed;
     QString trashedPath;           // moved: where it went, empty when the system did not say
     std::optional<int> logFailure; // moved but not logged: the errno that stopped the line
-    QString reason;                // refused or failed: the words shown next to the title
+    std::optional<SafetyGuard::Refusal> refusal; // refused: the rule
+    Failure failure = Failure::other;            // failed: the cause
+    int errorCode = 0;                           // failed: the errno behind it, when known
+    QString systemText; // failed: the system's own description, when it gave one
 };
 
 struct Result
 {
     int count = 0;        // items moved
     qint64 bytes = 0;     // their sizes as measured at scan time
-    QStringList failures; // "title: reason", in input order
     QList<Outcome> items; // one per input item, in input order
 };
 
@@ -38,11 +46,7 @@ Result remove(const QList<CleanItem> &items);
 // The same with another mover, for tests.
 Result remove(const QList<CleanItem> &items, const TrashMover &mover);
 
-// A short reason in the current language for a failed move.
-QString failureText(const Platform::TrashMove &move);
-
-// Moves that could not be logged: the one line a removal's message adds for them, or
-// nothing when every move was logged.
-std::optional<QString> unloggedText(const Result &result);
+// "moved", "missing", "protectedLocation", …: stable, the same in every language.
+QString code(const Outcome &outcome);
 
 } // namespace Cleaner

@@ -1,7 +1,6 @@
 #include "core/cleanup/SafetyGuard.h"
 
 #include "core/plist/PlistReader.h"
-#include "core/text/L10n.h"
 #include "core/text/PathText.h"
 #include "platform/NoLinkPath.h"
 
@@ -82,51 +81,9 @@ QStringList allowedPrefixes(CleanCategory category)
     return {};
 }
 
-QString outsideHome()
-{
-    return L10n::pick(QStringLiteral("outside your home folder — refused"),
-                      QStringLiteral("不在个人文件夹内，拒绝"));
-}
-QString insideLibrary()
-{
-    return L10n::pick(QStringLiteral("inside Library — refused"),
-                      QStringLiteral("资源库内的文件，拒绝"));
-}
-QString protectedLocation()
-{
-    return L10n::pick(QStringLiteral("protected location — refused"),
-                      QStringLiteral("受保护位置，拒绝"));
-}
-QString protectedType()
-{
-    return L10n::pick(QStringLiteral("protected file type — refused"),
-                      QStringLiteral("受保护的文件类型，拒绝"));
-}
-QString notCleanable()
-{
-    return L10n::pick(QStringLiteral("not in a cleanable area — refused"),
-                      QStringLiteral("不在允许清理的范围内，拒绝"));
-}
-QString notAnApp()
-{
-    return L10n::pick(QStringLiteral("not an app in Applications — refused"),
-                      QStringLiteral("不是「应用程序」里的应用，拒绝"));
-}
-QString appleApp()
-{
-    return L10n::pick(QStringLiteral("Apple app — refused"),
-                      QStringLiteral("Apple 自带应用，拒绝"));
-}
-
-QString throughLink()
-{
-    return L10n::pick(QStringLiteral("path goes through a symbolic link — refused"),
-                      QStringLiteral("路径经过符号链接 — 已拒绝"));
-}
-
 // The move resolves every folder on the way; a link among them would carry it somewhere
 // no rule above has judged. The item itself may be a link: it moves as one.
-std::optional<QString> linkRefusal(const QString &standard)
+std::optional<Refusal> linkRefusal(const QString &standard)
 {
     const QString base = anchor(standard);
     const QString parent = PathText::parentFolder(standard);
@@ -135,18 +92,18 @@ std::optional<QString> linkRefusal(const QString &standard)
                                           &relative))
         return std::nullopt;
     if (Platform::NoLinkPath::passesThroughLink(QFile::encodeName(base), relative))
-        return throughLink();
+        return Refusal::symbolicLink;
     return std::nullopt;
 }
 
-std::optional<QString> applicationRefusal(const QString &path, const QString &standard)
+std::optional<Refusal> applicationRefusal(const QString &path, const QString &standard)
 {
     // Extension and parent come from the path as passed, not from the standardised one.
     if (PathText::extension(path) != u"app")
-        return notAnApp();
+        return Refusal::notAnApplication;
     const QString parent = PathText::parentFolder(path);
     if (parent != u"/Applications" && parent != home() + QStringLiteral("/Applications"))
-        return notAnApp();
+        return Refusal::notAnApplication;
     const auto info = PlistReader::readDictionary(standard + QStringLiteral("/Contents/Info.plist"),
                                                   {QStringLiteral("CFBundleIdentifier")});
     if (!info)
@@ -154,11 +111,34 @@ std::optional<QString> applicationRefusal(const QString &path, const QString &st
     const QVariant identifier = info->value(QStringLiteral("CFBundleIdentifier"));
     if (identifier.typeId() == QMetaType::QString &&
         identifier.toString().startsWith(u"com.apple."))
-        return appleApp();
+        return Refusal::appleApplication;
     return std::nullopt;
 }
 
 } // namespace
+
+QString rawValue(Refusal refusal)
+{
+    switch (refusal) {
+    case Refusal::outsideHome:
+        return QStringLiteral("outsideHome");
+    case Refusal::insideLibrary:
+        return QStringLiteral("insideLibrary");
+    case Refusal::protectedLocation:
+        return QStringLiteral("protectedLocation");
+    case Refusal::protectedExtension:
+        return QStringLiteral("protectedExtension");
+    case Refusal::notCleanable:
+        return QStringLiteral("notCleanable");
+    case Refusal::notAnApplication:
+        return QStringLiteral("notAnApplication");
+    case Refusal::appleApplication:
+        return QStringLiteral("appleApplication");
+    case Refusal::symbolicLink:
+        break;
+    }
+    return QStringLiteral("symbolicLink");
+}
 
 QString anchor(const QString &standardPath)
 {
@@ -166,7 +146,7 @@ QString anchor(const QString &standardPath)
     return standardPath.startsWith(h + u'/') ? h : QStringLiteral("/");
 }
 
-std::optional<QString> refusal(const QString &path, CleanCategory category)
+std::optional<Refusal> refusal(const QString &path, CleanCategory category)
 {
     const QString p = PathText::standardized(path);
     if (category == CleanCategory::unusedApps) {
@@ -177,32 +157,32 @@ std::optional<QString> refusal(const QString &path, CleanCategory category)
 
     const QString &h = home();
     if (!p.startsWith(h + u'/'))
-        return outsideHome();
+        return Refusal::outsideHome;
     const QString rel = p.mid(h.size() + 1);
     if (rel.isEmpty())
-        return outsideHome();
+        return Refusal::outsideHome;
     if (rel == u"Library")
-        return insideLibrary();
+        return Refusal::insideLibrary;
     if (category == CleanCategory::largeFiles && rel.startsWith(u"Library/"))
-        return insideLibrary();
+        return Refusal::insideLibrary;
     for (const char16_t *entry : kProtectedPaths) {
         const QString e = QString::fromUtf16(entry);
         if (rel == e || rel.startsWith(e + u'/'))
-            return protectedLocation();
+            return Refusal::protectedLocation;
     }
     const QString ext = PathText::extension(path).toLower();
     for (const char16_t *bad : kBadExtensions) {
         if (ext == QStringView(bad))
-            return protectedType();
+            return Refusal::protectedExtension;
     }
     if (rel.contains(u"Backups.backupdb") || rel.startsWith(u".Trash"))
-        return protectedLocation();
+        return Refusal::protectedLocation;
     const QStringList prefixes = allowedPrefixes(category);
     const bool admitted = std::any_of(prefixes.begin(), prefixes.end(), [&](const QString &prefix) {
         return rel.startsWith(prefix);
     });
     if (!admitted)
-        return notCleanable();
+        return Refusal::notCleanable;
     return linkRefusal(p);
 }
 

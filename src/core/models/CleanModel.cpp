@@ -6,6 +6,7 @@
 #include "core/text/L10n.h"
 #include "core/util/Background.h"
 #include "core/util/MainThread.h"
+#include "core/words/CleanupWords.h"
 
 #include <QPointer>
 
@@ -186,7 +187,7 @@ void CleanModel::clean()
     if (taken.isEmpty())
         return;
     m_scanning = true;
-    m_progress = L10n::pick(u"Removing…"_s, u"正在删除…"_s);
+    m_progress = Words::removing();
     Q_EMIT changed();
 
     QPointer<CleanModel> self(this);
@@ -199,21 +200,6 @@ void CleanModel::clean()
     });
 }
 
-QString CleanModel::summary(const Cleaner::Result &result)
-{
-    const QString n = QString::number(result.count);
-    const QString size = Fmt::bytes(result.bytes);
-    QString text = L10n::pick(u"Moved "_s + n + u" item(s) ("_s + size + u") to the Trash."_s,
-                              u"已把 "_s + n + u" 项（"_s + size + u"）移到废纸篓。"_s);
-    if (!result.failures.isEmpty()) {
-        text += u'\n' + L10n::pick(u"Skipped:"_s, u"已跳过："_s) + u'\n' +
-                result.failures.mid(0, 5).join(u'\n');
-    }
-    if (const std::optional<QString> unlogged = Cleaner::unloggedText(result))
-        text += u'\n' + *unlogged;
-    return text;
-}
-
 void CleanModel::finishClean(const Cleaner::Result &result)
 {
     // By path: titles repeat (one app's remains in several folders), paths do not.
@@ -224,7 +210,7 @@ void CleanModel::finishClean(const Cleaner::Result &result)
     }
     m_items.removeIf([&](const CleanItem &item) { return moved.contains(item.path); });
     m_selected -= moved;
-    m_message = summary(result);
+    m_message = Words::removalSummary(result);
     m_lastRemoval = result;
     m_scanning = false;
     Q_EMIT changed();

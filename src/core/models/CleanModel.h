@@ -64,10 +64,6 @@ public:
     // What the last removal did to each item it took; nullopt before the first.
     const std::optional<Cleaner::Result> &lastRemoval() const { return m_lastRemoval; }
 
-    // The removal summary: moved count and size, then at most five skipped lines, then a
-    // line when some moves could not be logged.
-    static QString summary(const Cleaner::Result &result);
-
 Q_SIGNALS:
     void changed();
 

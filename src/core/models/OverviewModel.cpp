@@ -1,8 +1,8 @@
 #include "core/models/OverviewModel.h"
 
-#include "core/text/L10n.h"
 #include "core/util/Background.h"
 #include "core/util/MainThread.h"
+#include "core/words/CleanupWords.h"
 
 #include <QPointer>
 
@@ -78,7 +78,7 @@ void OverviewModel::refreshTrash()
 
 void OverviewModel::emptyTrash(std::optional<Platform::TrashContents> confirmed)
 {
-    m_trashMsg = L10n::pick(u"Emptying…"_s, u"正在清空…"_s);
+    m_trashMsg = Words::emptying();
     Q_EMIT changed();
 
     QPointer<OverviewModel> self(this);
@@ -93,35 +93,9 @@ void OverviewModel::emptyTrash(std::optional<Platform::TrashContents> confirmed)
             if (!self)
                 return;
             self->m_trashResult = result;
-            self->m_trashMsg = trashMessage(result);
+            self->m_trashMsg = Words::trashMessage(result);
             Q_EMIT self->changed();
             self->refreshTrash();
         });
     });
-}
-
-QString OverviewModel::trashMessage(const TrashEmptyResult &result)
-{
-    QString text;
-    switch (result.code) {
-    case TrashEmptyResult::Code::emptied:
-        text = L10n::pick(u"Trash emptied."_s, u"已清空。"_s);
-        break;
-    case TrashEmptyResult::Code::partial: {
-        const QString n = QString::number(result.left);
-        text =
-            L10n::pick(u"The Trash could not be emptied completely: "_s + n + u" item(s) remain."_s,
-                       u"废纸篓未能完全清空：还剩 "_s + n + u" 项。"_s);
-        break;
-    }
-    case TrashEmptyResult::Code::failed:
-        text = result.systemText.isEmpty() ? u"AppleScript error"_s : result.systemText;
-        break;
-    }
-    if (result.kept > 0) {
-        const QString k = QString::number(result.kept);
-        text += L10n::pick(u" "_s + k + u" item(s) added after you confirmed were kept."_s,
-                           u"确认之后放入的 "_s + k + u" 项已保留。"_s);
-    }
-    return text;
 }

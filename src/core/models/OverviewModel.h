@@ -44,9 +44,6 @@ public:
     // starts, which is the moment the user confirmed in the window.
     void emptyTrash(std::optional<Platform::TrashContents> confirmed = std::nullopt);
 
-    // The words for an emptying's outcome.
-    static QString trashMessage(const TrashEmptyResult &result);
-
 Q_SIGNALS:
     void changed();
 
