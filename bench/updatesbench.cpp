@@ -2,6 +2,7 @@
 // time beside curl fetching the same URLs. Plain "key value" lines; nothing is for people.
 #include "core/updates/AppUpdater.h"
 #include "core/updates/HttpClient.h"
+#include "core/updates/Inventory.h"
 
 #include "LoopbackServer.h"
 #include "UpdatesFixture.h"
@@ -185,7 +186,7 @@ int check(std::chrono::milliseconds inactivity, const QString &requestsFile)
 
     AppUpdater::Services services = AppUpdater::Services::real();
     services.brewOutdated = [] { return QList<OutdatedApp>(); };
-    services.applications = [folder] { return AppUpdater::applications({folder}); };
+    services.applications = [folder] { return Inventory::applications({folder}); };
     AppUpdater updater(std::move(services));
 
     QEventLoop loop;

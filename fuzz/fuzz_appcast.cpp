@@ -1,6 +1,6 @@
 // Appcast feeds come from any server an installed app names; nothing in them is trusted.
-#include "core/updates/AppUpdater.h"
 #include "core/updates/AppcastParser.h"
+#include "core/updates/Versions.h"
 
 #include <QByteArray>
 #include <cstddef>
@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             continue;
         anyStable = true;
         FUZZ_CHECK(best);
-        FUZZ_CHECK(!AppUpdater::versionLess(versionKey(*best), versionKey(entry)));
+        FUZZ_CHECK(!Versions::versionLess(versionKey(*best), versionKey(entry)));
         bestListed = bestListed || entry == *best;
     }
     FUZZ_CHECK(anyStable == best.has_value());

@@ -1,5 +1,6 @@
 // The App Store lookup answer arrives over the network (or from a mirror the user set).
-#include "core/updates/AppUpdater.h"
+#include "core/updates/AppStore.h"
+#include "core/updates/Versions.h"
 
 #include <QByteArray>
 #include <cstddef>
@@ -17,7 +18,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static const AppUpdater::AppInfo app{
+    static const AppInfo app{
         QStringLiteral("/Applications/Example.app"),
         QStringLiteral("Example"),
         QStringLiteral("com.example.Example"),
@@ -26,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         std::nullopt,
         true,
     };
-    const std::optional<OutdatedApp> found = AppUpdater::parseAppStoreAnswer(
+    const std::optional<OutdatedApp> found = AppStore::parseAppStoreAnswer(
         app, QByteArray(reinterpret_cast<const char *>(data), qsizetype(size)));
     if (!found)
         return 0;
@@ -37,6 +38,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     FUZZ_CHECK(found->installed == app.shortVersion);
     FUZZ_CHECK(found->source == OutdatedApp::Source::appStore);
     FUZZ_CHECK(found->appPath == app.path);
-    FUZZ_CHECK(AppUpdater::versionLess(app.shortVersion, found->latest));
+    FUZZ_CHECK(Versions::versionLess(app.shortVersion, found->latest));
     return 0;
 }

@@ -1,5 +1,5 @@
 // `brew outdated --json=v2` output: a Homebrew release or a broken tap can print anything.
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Homebrew.h"
 
 #include <QByteArray>
 #include <cstddef>
@@ -17,7 +17,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    const QList<OutdatedApp> apps = AppUpdater::parseBrewOutdated(
+    const QList<OutdatedApp> apps = Homebrew::parseBrewOutdated(
         QByteArray(reinterpret_cast<const char *>(data), qsizetype(size)));
 
     // The id is what the upgrade runs against; it must say which kind of package it is,

@@ -1,6 +1,6 @@
 // Version strings come from Info.plists, feeds and the App Store; the order must stay a
 // strict order on all of them or sorting and "is newer" checks go wrong.
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Versions.h"
 
 #include <QString>
 #include <cstddef>
@@ -30,11 +30,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QString b =
         nul ? QString::fromUtf8(bytes + aSize + 1, qsizetype(size - aSize - 1)) : QString();
 
-    const bool ab = AppUpdater::versionLess(a, b);
-    const bool ba = AppUpdater::versionLess(b, a);
-    if (AppUpdater::versionLess(a, a))
+    const bool ab = Versions::versionLess(a, b);
+    const bool ba = Versions::versionLess(b, a);
+    if (Versions::versionLess(a, a))
         violated("irreflexive", a, a);
-    if (AppUpdater::versionLess(b, b))
+    if (Versions::versionLess(b, b))
         violated("irreflexive", b, b);
     if (ab && ba)
         violated("asymmetric", a, b);

@@ -3,6 +3,7 @@
 #include "ModelRunner.h"
 
 #include "core/text/L10n.h"
+#include "core/updates/Homebrew.h"
 
 using namespace Qt::StringLiterals;
 
@@ -24,17 +25,17 @@ QStringList brewCandidates()
 {
     if (qEnvironmentVariableIsSet("QUORVEL_BREW"))
         return {qEnvironmentVariable("QUORVEL_BREW")};
-    return AppUpdater::defaultBrewCandidates();
+    return Homebrew::defaultBrewCandidates();
 }
 
 AppUpdater::Services services()
 {
     AppUpdater::Services services = AppUpdater::Services::real();
     const QStringList candidates = brewCandidates();
-    services.brewOutdated = [candidates] { return AppUpdater::brewOutdated(candidates); };
-    services.brewPath = [candidates] { return AppUpdater::brewPath(candidates); };
+    services.brewOutdated = [candidates] { return Homebrew::brewOutdated(candidates); };
+    services.brewPath = [candidates] { return Homebrew::brewPath(candidates); };
     services.upgrade = [candidates](const OutdatedApp &app) {
-        return AppUpdater::runBrewUpgrade(app, candidates);
+        return Homebrew::runBrewUpgrade(app, candidates);
     };
     return services;
 }

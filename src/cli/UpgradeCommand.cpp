@@ -6,6 +6,7 @@
 
 #include "core/text/L10n.h"
 #include "core/updates/AppUpdater.h"
+#include "core/updates/Homebrew.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -77,7 +78,7 @@ int upgrade(const QStringList &arguments)
     }
     const QString id = args.positional.first();
     // Checked before the scan: without brew, no id can succeed and the scan would be wasted.
-    if (!AppUpdater::brewPath(UpdateCheck::brewCandidates()))
+    if (!Homebrew::brewPath(UpdateCheck::brewCandidates()))
         return fail(noHomebrew());
 
     AppUpdater updater(UpdateCheck::services());

@@ -31,13 +31,13 @@ OutdatedApp record(const QString &name, Source source, std::optional<QString> ap
 struct Fakes
 {
     QList<OutdatedApp> brew;
-    QList<AppUpdater::AppInfo> apps;
+    QList<AppInfo> apps;
     QSemaphore *brewGate = nullptr;
     QSemaphore *upgradeGate = nullptr;
     std::atomic<int> listings{0};
     std::atomic<int> upgradesRunning{0};
     QStringList upgraded; // read only once the upgrade has reported back
-    QList<AppUpdater::Finding> held;
+    QList<Finding> held;
 
     AppUpdater::Services services()
     {
@@ -49,8 +49,8 @@ struct Fakes
             return brew;
         };
         s.applications = [this] { return apps; };
-        s.checkAppStore = [this](auto &, AppUpdater::Finding done) { held.append(done); };
-        s.checkSparkle = [this](auto &, auto &, AppUpdater::Finding done) { held.append(done); };
+        s.checkAppStore = [this](auto &, Finding done) { held.append(done); };
+        s.checkSparkle = [this](auto &, auto &, Finding done) { held.append(done); };
         s.brewPath = [] { return std::optional(u"/fake/brew"_s); };
         s.upgrade = [this](const OutdatedApp &a) -> std::optional<QString> {
             ++upgradesRunning;
@@ -272,7 +272,7 @@ void UpdatesViewTest::upgradeThenRescan()
     // A scan starts from an empty list: no Upgrade can be pressed until it ends.
     page.fakes.brewGate = &brewGate;
     page.fakes.brew.removeFirst();
-    AppUpdater::AppInfo appStoreApp;
+    AppInfo appStoreApp;
     appStoreApp.mas = true;
     page.fakes.apps.fill(appStoreApp, 9);
     QTest::mouseClick(page.checkNow(), Qt::LeftButton);

@@ -1,5 +1,5 @@
 #include "common/TestHome.h"
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Appcast.h"
 #include "core/updates/AppcastParser.h"
 #include "core/updates/HttpClient.h"
 #include "updates/LocalHttpServer.h"
@@ -46,7 +46,7 @@ QByteArray feedOf(const QStringList &items)
     return xml + "</channel></rss>\n";
 }
 
-AppUpdater::AppInfo lumen(const QString &shortVersion, const QString &build)
+AppInfo lumen(const QString &shortVersion, const QString &build)
 {
     return {u"/Applications/Lumen Notes.app"_s,
             u"Lumen Notes"_s,
@@ -65,12 +65,12 @@ struct Outcome
     qint64 ms = 0;
 };
 
-Outcome checkSparkle(const AppUpdater::AppInfo &app, const QUrl &feed)
+Outcome checkSparkle(const AppInfo &app, const QUrl &feed)
 {
     auto outcome = std::make_shared<Outcome>();
     QElapsedTimer clock;
     clock.start();
-    AppUpdater::checkSparkle(app, feed, [outcome](std::optional<OutdatedApp> finding) {
+    Appcast::checkSparkle(app, feed, [outcome](std::optional<OutdatedApp> finding) {
         ++outcome->calls;
         outcome->finding = std::move(finding);
     });
@@ -309,7 +309,7 @@ void AppcastTest::decision()
     LocalHttpServer server;
     QVERIFY(server.listening());
     server.route("/appcast.xml", {Behaviour::answer, status, feed, {}});
-    const AppUpdater::AppInfo app = lumen(shortVersion, build);
+    const AppInfo app = lumen(shortVersion, build);
 
     const Outcome outcome = checkSparkle(app, server.url(u"/appcast.xml"_s));
     QCOMPARE(outcome.calls, 1);
@@ -345,7 +345,7 @@ void AppcastTest::userAgent()
     QFETCH(QByteArray, expected);
     LocalHttpServer server;
     server.route("/feed", {Behaviour::answer, 200, feedOf({u"9.0|~|~"_s}), {}});
-    AppUpdater::AppInfo app = lumen(shortVersion, u"1"_s);
+    AppInfo app = lumen(shortVersion, u"1"_s);
     app.name = name;
     const Outcome outcome = checkSparkle(app, server.url(u"/feed"_s));
     QCOMPARE(outcome.calls, 1);

@@ -1,6 +1,6 @@
 #include "common/PeakMemory.h"
 #include "common/TestHome.h"
-#include "core/updates/AppUpdater.h"
+#include "core/updates/AppStore.h"
 #include "core/updates/HttpClient.h"
 #include "updates/LocalHttpServer.h"
 
@@ -20,7 +20,7 @@ QByteArray answer(const char *version)
     return file.open(QIODevice::ReadOnly) ? file.readAll().replace("%V%", version) : QByteArray();
 }
 
-AppUpdater::AppInfo lumen(const QString &shortVersion)
+AppInfo lumen(const QString &shortVersion)
 {
     return {u"/Applications/Lumen Notes.app"_s,
             u"Lumen Notes"_s,
@@ -38,10 +38,10 @@ struct Outcome
     std::optional<OutdatedApp> finding;
 };
 
-Outcome checkAppStore(const AppUpdater::AppInfo &app)
+Outcome checkAppStore(const AppInfo &app)
 {
     auto outcome = std::make_shared<Outcome>();
-    AppUpdater::checkAppStore(app, [outcome](std::optional<OutdatedApp> finding) {
+    AppStore::checkAppStore(app, [outcome](std::optional<OutdatedApp> finding) {
         ++outcome->calls;
         outcome->finding = std::move(finding);
     });
@@ -130,8 +130,8 @@ void AppStoreTest::parseAnswer()
     QFETCH(QByteArray, json);
     QFETCH(QString, installed);
     QFETCH(QString, latest);
-    const AppUpdater::AppInfo app = lumen(installed);
-    const std::optional<OutdatedApp> finding = AppUpdater::parseAppStoreAnswer(app, json);
+    const AppInfo app = lumen(installed);
+    const std::optional<OutdatedApp> finding = AppStore::parseAppStoreAnswer(app, json);
     QCOMPARE(finding.has_value(), !latest.isEmpty());
     if (!finding)
         return;
@@ -162,7 +162,7 @@ void AppStoreTest::region()
 {
     QFETCH(QLocale, locale);
     QFETCH(QString, region);
-    QCOMPARE(AppUpdater::appStoreRegion(locale), region);
+    QCOMPARE(AppStore::appStoreRegion(locale), region);
 }
 
 void AppStoreTest::lookup_data()
@@ -203,7 +203,7 @@ void AppStoreTest::lookup()
     QVERIFY(server.listening());
     server.route(target, {Behaviour::answer, status, body, {}});
     qputenv("QUORVEL_APP_STORE_URL", (server.base() + baseSuffix).toUtf8());
-    AppUpdater::AppInfo app = lumen(u"1.2"_s);
+    AppInfo app = lumen(u"1.2"_s);
     app.bundleID = bundleID;
 
     const Outcome outcome = checkAppStore(app);
@@ -278,7 +278,7 @@ void AppStoreTest::askedFromAWorkerThread()
     auto seen = std::make_shared<std::optional<QThread *>>();
     auto latest = std::make_shared<QString>();
     std::unique_ptr<QThread> worker(QThread::create([seen, latest] {
-        AppUpdater::checkAppStore(lumen(u"1.2"_s), [seen, latest](std::optional<OutdatedApp> f) {
+        AppStore::checkAppStore(lumen(u"1.2"_s), [seen, latest](std::optional<OutdatedApp> f) {
             *seen = QThread::currentThread();
             *latest = f ? f->latest : QString();
         });

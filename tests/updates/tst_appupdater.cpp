@@ -13,7 +13,7 @@ OutdatedApp finding(const QString &name, OutdatedApp::Source source = OutdatedAp
     return {u"id."_s + name, name, u"1"_s, u"2"_s, source, std::nullopt};
 }
 
-AppUpdater::AppInfo app(const QString &name, bool mas, std::optional<QString> feed)
+AppInfo app(const QString &name, bool mas, std::optional<QString> feed)
 {
     return {u"/Applications/"_s + name + u".app"_s,
             name,
@@ -33,7 +33,7 @@ struct FakeNetwork
     QMap<QString, int> delayMs; // by app name; default 20
     QSet<QString> outdated;     // app names that yield a finding
 
-    void answer(const AppUpdater::AppInfo &a, AppUpdater::Finding done)
+    void answer(const AppInfo &a, Finding done)
     {
         ++inFlight;
         maxInFlight = std::max(maxInFlight, inFlight);
@@ -44,17 +44,17 @@ struct FakeNetwork
     }
 };
 
-AppUpdater::Services services(FakeNetwork &net, QList<AppUpdater::AppInfo> apps,
-                              QList<OutdatedApp> brew = {}, bool hasBrew = true)
+AppUpdater::Services services(FakeNetwork &net, QList<AppInfo> apps, QList<OutdatedApp> brew = {},
+                              bool hasBrew = true)
 {
     AppUpdater::Services s;
     s.brewOutdated = [brew] { return brew; };
     s.applications = [apps] { return apps; };
-    s.checkAppStore = [&net](const AppUpdater::AppInfo &a, AppUpdater::Finding done) {
+    s.checkAppStore = [&net](const AppInfo &a, Finding done) {
         net.appStore.append(a.name);
         net.answer(a, std::move(done));
     };
-    s.checkSparkle = [&net](const AppUpdater::AppInfo &a, const QUrl &, AppUpdater::Finding done) {
+    s.checkSparkle = [&net](const AppInfo &a, const QUrl &, Finding done) {
         net.sparkle.append(a.name);
         net.answer(a, std::move(done));
     };
@@ -110,7 +110,7 @@ void AppUpdaterTest::nothingToFind()
 void AppUpdaterTest::concurrencyCapAndRouting()
 {
     FakeNetwork net;
-    QList<AppUpdater::AppInfo> apps;
+    QList<AppInfo> apps;
     for (int i = 0; i < 3; ++i)
         apps.append(app(u"store%1"_s.arg(i), true, u"https://example.org/feed.xml"_s));
     for (int i = 0; i < 4; ++i)
@@ -156,7 +156,7 @@ void AppUpdaterTest::sortKeepsFoundOrderForEqualNames()
     QFETCH(QStringList, finishOrder);
     QFETCH(QStringList, listed);
     FakeNetwork net;
-    QList<AppUpdater::AppInfo> apps;
+    QList<AppInfo> apps;
     // Launched in reverse, finishing in the wanted order: results land in finish order.
     for (qsizetype i = finishOrder.size() - 1; i >= 0; --i) {
         apps.append(app(finishOrder[i], false, u"https://example.org/x"_s));
@@ -199,8 +199,8 @@ void AppUpdaterTest::statusTexts()
 void AppUpdaterTest::secondScanIsIgnored()
 {
     FakeNetwork net;
-    QList<AppUpdater::AppInfo> apps{app(u"a"_s, false, u"https://e.org/a"_s),
-                                    app(u"b"_s, false, u"https://e.org/b"_s)};
+    QList<AppInfo> apps{app(u"a"_s, false, u"https://e.org/a"_s),
+                        app(u"b"_s, false, u"https://e.org/b"_s)};
     net.delayMs[u"a"_s] = 10;
     net.delayMs[u"b"_s] = 300;
     AppUpdater updater(services(net, apps));

@@ -1,6 +1,6 @@
 #include "common/TestHome.h"
 
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Homebrew.h"
 #include "platform/Homebrew.h"
 
 #include <QtTest>
@@ -203,7 +203,7 @@ void HomebrewTest::parse()
 {
     QFETCH(QByteArray, json);
     QFETCH(QList<OutdatedApp>, expected);
-    QCOMPARE(AppUpdater::parseBrewOutdated(json), expected);
+    QCOMPARE(Homebrew::parseBrewOutdated(json), expected);
 }
 
 void HomebrewTest::element_data()
@@ -245,7 +245,7 @@ void HomebrewTest::element()
     QList<OutdatedApp> expected{kCasks.first()};
     if (listed)
         expected.prepend(formula(name, installed, latest));
-    QCOMPARE(AppUpdater::parseBrewOutdated(withFormula(fields)), expected);
+    QCOMPARE(Homebrew::parseBrewOutdated(withFormula(fields)), expected);
 }
 
 void HomebrewTest::brewPath_data()
@@ -288,12 +288,12 @@ void HomebrewTest::brewPath()
     }
     const std::optional<QString> expected =
         chosen < 0 ? std::nullopt : std::optional<QString>(candidates[chosen]);
-    QCOMPARE(AppUpdater::brewPath(candidates), expected);
+    QCOMPARE(Homebrew::brewPath(candidates), expected);
 }
 
 void HomebrewTest::defaultCandidates()
 {
-    const QStringList candidates = AppUpdater::defaultBrewCandidates();
+    const QStringList candidates = Homebrew::defaultBrewCandidates();
     QCOMPARE(candidates.mid(0, 2),
              (QStringList{u"/opt/homebrew/bin/brew"_s, u"/usr/local/bin/brew"_s}));
     QCOMPARE(candidates.mid(2), Platform::extraBrewCandidates());
@@ -326,7 +326,7 @@ void HomebrewTest::outdated()
     QFETCH(QList<OutdatedApp>, expected);
     const QString brew = fakeBrew(output, exitCode);
     QVERIFY(!brew.isEmpty());
-    QCOMPARE(AppUpdater::brewOutdated({m_home->file(u"missing/brew"_s), brew}), expected);
+    QCOMPARE(Homebrew::brewOutdated({m_home->file(u"missing/brew"_s), brew}), expected);
     QCOMPARE(recordedArguments(), (QStringList{u"outdated"_s, u"--json=v2"_s}));
 }
 
@@ -334,8 +334,8 @@ void HomebrewTest::outdatedWithoutBrew()
 {
     QVERIFY(!fakeBrew(kAnswer).isEmpty());
     QVERIFY(QFile::setPermissions(m_bin + u"/brew"_s, QFileDevice::ReadOwner));
-    QCOMPARE(AppUpdater::brewOutdated({m_bin + u"/brew"_s}), QList<OutdatedApp>{});
-    QCOMPARE(AppUpdater::runBrewUpgrade(kFormulae.first(), {m_bin + u"/brew"_s}), std::nullopt);
+    QCOMPARE(Homebrew::brewOutdated({m_bin + u"/brew"_s}), QList<OutdatedApp>{});
+    QCOMPARE(Homebrew::runBrewUpgrade(kFormulae.first(), {m_bin + u"/brew"_s}), std::nullopt);
     QVERIFY(!QFile::exists(m_bin + u"/argv"_s));
 }
 
@@ -373,7 +373,7 @@ void HomebrewTest::upgrade()
     const QString brew = fakeBrew(printed, 1);
     QVERIFY(!brew.isEmpty());
     const OutdatedApp app{u"x"_s, name, u"1"_s, u"2"_s, Source(source), std::nullopt};
-    QCOMPARE(AppUpdater::runBrewUpgrade(app, {m_home->file(u"missing"_s), brew}),
+    QCOMPARE(Homebrew::runBrewUpgrade(app, {m_home->file(u"missing"_s), brew}),
              std::optional<QString>(output));
     QCOMPARE(recordedArguments(), arguments);
 }

@@ -1,6 +1,6 @@
 #include "common/TestHome.h"
 
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Inventory.h"
 
 #include <QtTest>
 #include <cstdlib>
@@ -11,9 +11,8 @@
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
-using AppInfo = AppUpdater::AppInfo;
 
-Q_DECLARE_METATYPE(AppUpdater::AppInfo)
+Q_DECLARE_METATYPE(AppInfo)
 
 char *toString(const AppInfo &app)
 {
@@ -264,7 +263,7 @@ void InventoryTest::bundle()
     for (AppInfo &a : expected)
         a.path = folder + u'/' + a.path;
 
-    QCOMPARE(AppUpdater::applications({folder}), expected);
+    QCOMPARE(Inventory::applications({folder}), expected);
 }
 
 void InventoryTest::folders_data()
@@ -296,7 +295,7 @@ void InventoryTest::folders()
         f.prepend(m_tree + u'/');
     for (QString &e : expected)
         e.prepend(m_tree + u'/');
-    QCOMPARE(pathsOf(AppUpdater::applications(folders)), expected);
+    QCOMPARE(pathsOf(Inventory::applications(folders)), expected);
 }
 
 // The inventory keeps the file system's order; compare against a readdir of our own.
@@ -320,17 +319,17 @@ void InventoryTest::listingOrder()
     }
     closedir(listing);
     QCOMPARE(expected.size(), names.size());
-    QCOMPARE(pathsOf(AppUpdater::applications({dir.path()})), expected);
+    QCOMPARE(pathsOf(Inventory::applications({dir.path()})), expected);
 }
 
 void InventoryTest::defaults()
 {
     const QString homeApps = m_home->file(u"Applications"_s);
-    QCOMPARE(AppUpdater::defaultApplicationFolders(),
+    QCOMPARE(Inventory::defaultApplicationFolders(),
              (QStringList{u"/Applications"_s, u"/Applications/Utilities"_s, homeApps}));
 
     QVERIFY(writeBundle(homeApps + u"/Mine.app"_s, u"com.mine"_s));
-    const QList<AppInfo> apps = AppUpdater::applications();
+    const QList<AppInfo> apps = Inventory::applications();
     QVERIFY(pathsOf(apps).contains(homeApps + u"/Mine.app"_s));
     for (const AppInfo &a : apps)
         QVERIFY2(a.path.startsWith(u"/Applications/"_s) || a.path.startsWith(homeApps + u'/'),

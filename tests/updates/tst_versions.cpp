@@ -1,4 +1,4 @@
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Versions.h"
 
 #include <QtTest>
 #include <vector>
@@ -132,7 +132,7 @@ void VersionsTest::parts()
 {
     QFETCH(QString, version);
     QFETCH(QList<qint64>, expected);
-    QCOMPARE(AppUpdater::versionParts(version), expected);
+    QCOMPARE(Versions::versionParts(version), expected);
 }
 
 void VersionsTest::order_data()
@@ -149,8 +149,8 @@ void VersionsTest::order()
     QFETCH(QString, a);
     QFETCH(QString, b);
     QFETCH(int, relation);
-    QCOMPARE(AppUpdater::versionLess(a, b), relation == before);
-    QCOMPARE(AppUpdater::versionLess(b, a), relation == after);
+    QCOMPARE(Versions::versionLess(a, b), relation == before);
+    QCOMPARE(Versions::versionLess(b, a), relation == after);
 }
 
 // A sort over these strings relies on a strict weak order; check it on every pair and
@@ -162,7 +162,7 @@ void VersionsTest::orderLaws()
         versions << c.a << c.b;
     versions.removeDuplicates();
     const auto less = [](const QString &x, const QString &y) {
-        return AppUpdater::versionLess(x, y);
+        return Versions::versionLess(x, y);
     };
     const auto equivalent = [&](const QString &x, const QString &y) {
         return !less(x, y) && !less(y, x);

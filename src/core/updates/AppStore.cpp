@@ -1,5 +1,8 @@
-#include "core/updates/AppUpdater.h"
+#include "core/updates/AppStore.h"
+
 #include "core/updates/HttpClient.h"
+#include "core/updates/Versions.h"
+#include "platform/Workspace.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>
@@ -31,7 +34,7 @@ std::optional<QUrl> lookupUrl(const QString &bundleID, const QString &region)
     return url;
 }
 
-void nothingLater(AppUpdater::Finding done)
+void nothingLater(Finding done)
 {
     QCoreApplication *app = QCoreApplication::instance();
     if (!app) {
@@ -44,15 +47,14 @@ void nothingLater(AppUpdater::Finding done)
 
 } // namespace
 
-QString AppUpdater::appStoreRegion(const QLocale &locale)
+QString AppStore::appStoreRegion(const QLocale &locale)
 {
     // No territory (the C locale) has no code either.
     const QString code = QLocale::territoryToCode(locale.territory());
     return code.isEmpty() ? u"NZ"_s : code;
 }
 
-std::optional<OutdatedApp> AppUpdater::parseAppStoreAnswer(const AppInfo &app,
-                                                           const QByteArray &json)
+std::optional<OutdatedApp> AppStore::parseAppStoreAnswer(const AppInfo &app, const QByteArray &json)
 {
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(json, &error);
@@ -73,13 +75,13 @@ std::optional<OutdatedApp> AppUpdater::parseAppStoreAnswer(const AppInfo &app,
     if (!version.isString() || app.shortVersion.isEmpty())
         return std::nullopt;
     const QString latest = version.toString();
-    if (!versionLess(app.shortVersion, latest))
+    if (!Versions::versionLess(app.shortVersion, latest))
         return std::nullopt;
     return OutdatedApp{
         app.bundleID, app.name, app.shortVersion, latest, OutdatedApp::Source::appStore, app.path};
 }
 
-void AppUpdater::checkAppStore(const AppInfo &app, Finding done)
+void AppStore::checkAppStore(const AppInfo &app, Finding done)
 {
     const std::optional<QUrl> url = lookupUrl(app.bundleID, appStoreRegion());
     if (!url) {
@@ -89,4 +91,9 @@ void AppUpdater::checkAppStore(const AppInfo &app, Finding done)
     HttpClient::get(*url, {}, [app, done = std::move(done)](std::optional<QByteArray> body) {
         done(body ? parseAppStoreAnswer(app, *body) : std::nullopt);
     });
+}
+
+void AppStore::openAppStoreUpdates()
+{
+    Platform::openAppStoreUpdates();
 }

@@ -1,9 +1,12 @@
 #include "core/updates/AppUpdater.h"
 
 #include "core/text/L10n.h"
+#include "core/updates/AppStore.h"
+#include "core/updates/Appcast.h"
+#include "core/updates/Homebrew.h"
+#include "core/updates/Inventory.h"
 #include "core/util/Background.h"
 #include "core/util/MainThread.h"
-#include "platform/Workspace.h"
 
 #include <QCollator>
 #include <QPointer>
@@ -24,16 +27,16 @@ struct AppUpdater::ScanState
 AppUpdater::Services AppUpdater::Services::real()
 {
     Services s;
-    s.brewOutdated = [] { return AppUpdater::brewOutdated(); };
-    s.applications = [] { return AppUpdater::applications(); };
+    s.brewOutdated = [] { return Homebrew::brewOutdated(); };
+    s.applications = [] { return Inventory::applications(); };
     s.checkAppStore = [](const AppInfo &app, Finding done) {
-        AppUpdater::checkAppStore(app, std::move(done));
+        AppStore::checkAppStore(app, std::move(done));
     };
     s.checkSparkle = [](const AppInfo &app, const QUrl &feed, Finding done) {
-        AppUpdater::checkSparkle(app, feed, std::move(done));
+        Appcast::checkSparkle(app, feed, std::move(done));
     };
-    s.brewPath = [] { return AppUpdater::brewPath(); };
-    s.upgrade = [](const OutdatedApp &app) { return AppUpdater::runBrewUpgrade(app); };
+    s.brewPath = [] { return Homebrew::brewPath(); };
+    s.upgrade = [](const OutdatedApp &app) { return Homebrew::runBrewUpgrade(app); };
     return s;
 }
 
@@ -42,11 +45,6 @@ AppUpdater::AppUpdater(QObject *parent) : AppUpdater(Services::real(), parent) {
 AppUpdater::AppUpdater(Services services, QObject *parent)
     : QObject(parent), m_services(std::move(services))
 {}
-
-void AppUpdater::openAppStoreUpdates()
-{
-    Platform::openAppStoreUpdates();
-}
 
 void AppUpdater::scan()
 {

@@ -1,6 +1,8 @@
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Appcast.h"
+
 #include "core/updates/AppcastParser.h"
 #include "core/updates/HttpClient.h"
+#include "core/updates/Versions.h"
 
 using namespace Qt::StringLiterals;
 
@@ -8,7 +10,7 @@ namespace {
 
 // "{name}/{short} Sparkle", the agent feeds expect from the framework. Control characters
 // from a hostile Info.plist would split the header, so they become spaces.
-QByteArray userAgent(const AppUpdater::AppInfo &app)
+QByteArray userAgent(const AppInfo &app)
 {
     QString agent = app.name + u'/' + app.shortVersion + u" Sparkle"_s;
     for (QChar &c : agent) {
@@ -19,19 +21,19 @@ QByteArray userAgent(const AppUpdater::AppInfo &app)
 }
 
 // The short versions decide when both sides have one; otherwise the builds do.
-std::optional<OutdatedApp> finding(const AppUpdater::AppInfo &app, const AppcastParser::Entry &best)
+std::optional<OutdatedApp> finding(const AppInfo &app, const AppcastParser::Entry &best)
 {
     OutdatedApp record{app.bundleID, app.name, QString(), QString(), OutdatedApp::Source::sparkle,
                        app.path};
     if (best.short_ && !app.shortVersion.isEmpty()) {
-        if (!AppUpdater::versionLess(app.shortVersion, *best.short_))
+        if (!Versions::versionLess(app.shortVersion, *best.short_))
             return std::nullopt;
         record.installed = app.shortVersion;
         record.latest = *best.short_;
         return record;
     }
     if (best.build && !app.build.isEmpty()) {
-        if (!AppUpdater::versionLess(app.build, *best.build))
+        if (!Versions::versionLess(app.build, *best.build))
             return std::nullopt;
         record.installed = app.shortVersion.isEmpty() ? app.build : app.shortVersion;
         record.latest = *best.build;
@@ -42,7 +44,7 @@ std::optional<OutdatedApp> finding(const AppUpdater::AppInfo &app, const Appcast
 
 } // namespace
 
-void AppUpdater::checkSparkle(const AppInfo &app, const QUrl &feed, Finding done)
+void Appcast::checkSparkle(const AppInfo &app, const QUrl &feed, Finding done)
 {
     HttpClient::get(feed, {{"User-Agent", userAgent(app)}},
                     [app, done = std::move(done)](std::optional<QByteArray> body) {

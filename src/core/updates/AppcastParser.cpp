@@ -1,6 +1,6 @@
 #include "core/updates/AppcastParser.h"
 
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Versions.h"
 
 #include <QXmlStreamReader>
 
@@ -85,7 +85,7 @@ std::optional<AppcastParser::Entry> AppcastParser::best() const
     for (const Entry &entry : m_entries) {
         if (entry.channel)
             continue;
-        if (!newest || AppUpdater::versionLess(key(*newest), key(entry)))
+        if (!newest || Versions::versionLess(key(*newest), key(entry)))
             newest = entry;
     }
     return newest;

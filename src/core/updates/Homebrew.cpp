@@ -1,4 +1,4 @@
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Homebrew.h"
 
 #include "core/process/Shell.h"
 #include "platform/Homebrew.h"
@@ -82,13 +82,13 @@ void appendGroup(QList<OutdatedApp> &out, const QJsonValue &group, const QString
 
 } // namespace
 
-QStringList AppUpdater::defaultBrewCandidates()
+QStringList Homebrew::defaultBrewCandidates()
 {
     return QStringList{u"/opt/homebrew/bin/brew"_s, u"/usr/local/bin/brew"_s} +
            Platform::extraBrewCandidates();
 }
 
-std::optional<QString> AppUpdater::brewPath(const QStringList &candidates)
+std::optional<QString> Homebrew::brewPath(const QStringList &candidates)
 {
     // Deliberately not PATH: a `brew` found there could be anything the user's shell put
     // first, and Shell gives every child a fixed search path anyway.
@@ -99,7 +99,7 @@ std::optional<QString> AppUpdater::brewPath(const QStringList &candidates)
     return std::nullopt;
 }
 
-QList<OutdatedApp> AppUpdater::brewOutdated(const QStringList &candidates)
+QList<OutdatedApp> Homebrew::brewOutdated(const QStringList &candidates)
 {
     const std::optional<QString> brew = brewPath(candidates);
     if (!brew)
@@ -111,7 +111,7 @@ QList<OutdatedApp> AppUpdater::brewOutdated(const QStringList &candidates)
     return parseBrewOutdated(output->toUtf8());
 }
 
-QList<OutdatedApp> AppUpdater::parseBrewOutdated(const QByteArray &json)
+QList<OutdatedApp> Homebrew::parseBrewOutdated(const QByteArray &json)
 {
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(json, &error);
@@ -126,8 +126,8 @@ QList<OutdatedApp> AppUpdater::parseBrewOutdated(const QByteArray &json)
 
 // nullopt only when no brew is found, so that the caller can tell a missing tool from a run
 // that printed nothing (which gives empty text).
-std::optional<QString> AppUpdater::runBrewUpgrade(const OutdatedApp &app,
-                                                  const QStringList &candidates)
+std::optional<QString> Homebrew::runBrewUpgrade(const OutdatedApp &app,
+                                                const QStringList &candidates)
 {
     const std::optional<QString> brew = brewPath(candidates);
     if (!brew)

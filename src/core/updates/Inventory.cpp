@@ -1,4 +1,4 @@
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Inventory.h"
 
 #include "core/cleanup/ScanPrimitives.h"
 #include "core/plist/PlistReader.h"
@@ -20,9 +20,9 @@ std::optional<QString> textValue(const QVariantMap &info, const QString &key)
     return it->toString();
 }
 
-std::optional<AppUpdater::AppInfo> readBundle(const QString &folder, const QString &entry)
+std::optional<AppInfo> readBundle(const QString &folder, const QString &entry)
 {
-    AppUpdater::AppInfo app;
+    AppInfo app;
     app.path = folder + u'/' + entry;
     const std::optional<QVariantMap> info = PlistReader::readDictionary(
         app.path + u"/Contents/Info.plist"_s,
@@ -48,7 +48,7 @@ std::optional<AppUpdater::AppInfo> readBundle(const QString &folder, const QStri
 
 } // namespace
 
-QStringList AppUpdater::defaultApplicationFolders()
+QStringList Inventory::defaultApplicationFolders()
 {
     QString home = QDir::homePath();
     if (!home.endsWith(u'/'))
@@ -56,7 +56,7 @@ QStringList AppUpdater::defaultApplicationFolders()
     return {u"/Applications"_s, u"/Applications/Utilities"_s, home + u"Applications"_s};
 }
 
-QList<AppUpdater::AppInfo> AppUpdater::applications(const QStringList &folders)
+QList<AppInfo> Inventory::applications(const QStringList &folders)
 {
     QList<AppInfo> apps;
     for (const QString &folder : folders) {

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QStringView>
+#include <functional>
 #include <optional>
 
 // One installed package or application for which a newer version was found.
@@ -23,3 +24,6 @@ QString rawValue(OutdatedApp::Source source);
 std::optional<OutdatedApp::Source> outdatedSourceFromRaw(QStringView raw);
 // How the updates page and the reports name a source, in the current language.
 QString sourceLabel(OutdatedApp::Source source);
+
+// How one App Store or appcast check reports: what it found, or nothing.
+using Finding = std::function<void(std::optional<OutdatedApp>)>;

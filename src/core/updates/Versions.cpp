@@ -1,4 +1,4 @@
-#include "core/updates/AppUpdater.h"
+#include "core/updates/Versions.h"
 
 #include <QTextBoundaryFinder>
 #include <algorithm>
@@ -38,7 +38,7 @@ qint64 pieceValue(QStringView piece)
 
 } // namespace
 
-QList<qint64> AppUpdater::versionParts(const QString &version)
+QList<qint64> Versions::versionParts(const QString &version)
 {
     QList<qint64> parts;
     QTextBoundaryFinder clusters(QTextBoundaryFinder::Grapheme, version);
@@ -62,7 +62,7 @@ QList<qint64> AppUpdater::versionParts(const QString &version)
     return parts;
 }
 
-bool AppUpdater::versionLess(const QString &a, const QString &b)
+bool Versions::versionLess(const QString &a, const QString &b)
 {
     const QList<qint64> left = versionParts(a);
     const QList<qint64> right = versionParts(b);

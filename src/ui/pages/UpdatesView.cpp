@@ -1,6 +1,7 @@
 #include "ui/pages/UpdatesView.h"
 
 #include "core/text/L10n.h"
+#include "core/updates/AppStore.h"
 #include "core/updates/AppUpdater.h"
 #include "platform/Workspace.h"
 #include "ui/Theme.h"
@@ -219,7 +220,7 @@ void UpdatesView::Private::act(const OutdatedApp &app)
         updater.brewUpgrade(app);
         return;
     case OutdatedApp::Source::appStore:
-        AppUpdater::openAppStoreUpdates();
+        AppStore::openAppStoreUpdates();
         return;
     case OutdatedApp::Source::sparkle:
         if (app.appPath && !app.appPath->isEmpty())
