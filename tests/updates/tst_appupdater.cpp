@@ -49,7 +49,10 @@ AppUpdater::Services services(FakeNetwork &net, QList<AppInfo> apps, QList<Outda
 {
     AppUpdater::Services s;
     s.brewOutdated = [brew] { return brew; };
-    s.applications = [apps] { return apps; };
+    // The inventory reads every Info.plist: on the main thread it would find nothing here.
+    s.applications = [apps] {
+        return QThread::currentThread() == qApp->thread() ? QList<AppInfo>{} : apps;
+    };
     s.checkAppStore = [&net](const AppInfo &a, Finding done) {
         net.appStore.append(a.name);
         net.answer(a, std::move(done));

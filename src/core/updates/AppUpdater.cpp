@@ -65,10 +65,24 @@ void AppUpdater::scan()
             if (!self)
                 return;
             state->found = std::move(records);
-            state->inventory = self->m_services.applications();
             self->m_status = state->zh ? u"正在检查 App Store 和应用自带更新…"_s
                                        : u"Checking App Store and in-app updaters…"_s;
             Q_EMIT self->changed();
+            self->readInventory(state);
+        });
+    });
+}
+
+void AppUpdater::readInventory(const std::shared_ptr<ScanState> &state)
+{
+    // Every Info.plist is read on the pool; only the finished list comes back.
+    QPointer<AppUpdater> self(this);
+    Background::run([self, state, applications = m_services.applications] {
+        QList<AppInfo> inventory = applications();
+        MainThread::post([self, state, inventory = std::move(inventory)]() mutable {
+            if (!self)
+                return;
+            state->inventory = std::move(inventory);
             if (state->inventory.isEmpty()) {
                 self->finishScan(state);
                 return;

@@ -19,9 +19,9 @@ class AppUpdater final : public QObject
     Q_OBJECT
 
 public:
-    // The sources a scan and an upgrade use, replaceable for tests. brewOutdated and
-    // upgrade block (they run on the process pool); the checks are main-thread calls that
-    // report once through `done`.
+    // The sources a scan and an upgrade use, replaceable for tests. brewOutdated,
+    // applications and upgrade block (they run on worker threads, so they must not touch
+    // the model); the checks are main-thread calls that report once through `done`.
     struct Services
     {
         std::function<QList<OutdatedApp>()> brewOutdated;
@@ -57,6 +57,7 @@ Q_SIGNALS:
 
 private:
     struct ScanState;
+    void readInventory(const std::shared_ptr<ScanState> &state);
     void startCheck(const std::shared_ptr<ScanState> &state);
     void finishScan(const std::shared_ptr<ScanState> &state);
 
