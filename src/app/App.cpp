@@ -2,6 +2,8 @@
 
 #include "Snapshot.h"
 
+#include "core/models/OverviewModel.h"
+
 #include "core/health/SystemStats.h"
 #include "core/models/Nav.h"
 #include "core/screenclean/ScreenCleanMode.h"
@@ -32,7 +34,10 @@ constexpr qint64 kReopenGuardMs = 300;
 
 } // namespace
 
-App::App(QObject *parent) : QObject(parent), m_overlays(std::make_unique<OverlayWindows>())
+App::App(const Locations &where, QObject *parent)
+    : QObject(parent), m_where(where),
+      m_overview(std::make_unique<OverviewModel>(OverviewModel::Services::real(where))),
+      m_overlays(std::make_unique<OverlayWindows>())
 {
     qApp->installEventFilter(this); // macOS hands "quorvel://" URLs over as open events
     ScreenCleanMode::shared().setOverlayHost(m_overlays.get());
@@ -64,7 +69,8 @@ void App::start(const QStringList &arguments, const QStringList &urls)
     QTimer::singleShot(0, this, [this, snapshotFolder, urls] {
         if (snapshotFolder) {
             m_snapshot = std::make_unique<Snapshot>(
-                *snapshotFolder, [this](const QString &request) { route(request); });
+                *snapshotFolder, [this](const QString &request) { route(request); }, m_where,
+                *m_overview);
             m_snapshot->start();
         }
         for (const QString &url : urls)
@@ -89,7 +95,7 @@ void App::route(const QString &request)
 void App::openTools()
 {
     if (!m_tools) {
-        m_tools = new ToolsWindow;
+        m_tools = new ToolsWindow(m_where, *m_overview);
         m_tools->setAttribute(Qt::WA_DeleteOnClose); // reopening gives fresh models
         m_tools->setWindowTitle(u"Quorvel"_s);
         m_tools->resize(kToolsSize);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/system/Locations.h"
+
 #include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
@@ -11,6 +13,7 @@
 class HealthPanel;
 class OverlayWindows;
 class QSystemTrayIcon;
+class OverviewModel;
 class Snapshot;
 class ToolsWindow;
 
@@ -22,7 +25,7 @@ class App final : public QObject
     Q_OBJECT
 
 public:
-    explicit App(QObject *parent = nullptr);
+    explicit App(const Locations &where, QObject *parent = nullptr);
     ~App() override;
 
     // Launch: the tray (or, without one, the tools window so the app is reachable), the
@@ -50,6 +53,8 @@ private:
     QSystemTrayIcon *m_tray = nullptr;
     QPointer<HealthPanel> m_panel;
     QElapsedTimer m_panelHidden;
+    Locations m_where;
+    std::unique_ptr<OverviewModel> m_overview;
     QPointer<ToolsWindow> m_tools;
     std::unique_ptr<Snapshot> m_snapshot;
     std::unique_ptr<OverlayWindows> m_overlays;

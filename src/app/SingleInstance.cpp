@@ -42,25 +42,11 @@ bool makeFolder(const QString &path)
     return ::mkdir(QFile::encodeName(path).constData(), 0700) == 0 || errno == EEXIST;
 }
 
-QString userCacheFolder()
-{
-    const QString xdg = qEnvironmentVariable("XDG_CACHE_HOME");
-    if (xdg.startsWith(u'/'))
-        return xdg;
-    const QString home = qEnvironmentVariable("HOME");
-    if (!home.startsWith(u'/'))
-        return {};
-#ifdef Q_OS_MACOS
-    return home + u"/Library/Caches"_s;
-#else
-    return home + u"/.cache"_s;
-#endif
-}
-
 } // namespace
 
-SingleInstance::SingleInstance(std::function<void(const QString &)> onRequest, QObject *parent)
-    : QObject(parent), m_onRequest(std::move(onRequest))
+SingleInstance::SingleInstance(std::function<void(const QString &)> onRequest, QString cacheFolder,
+                               QObject *parent)
+    : QObject(parent), m_onRequest(std::move(onRequest)), m_cacheFolder(std::move(cacheFolder))
 {}
 
 SingleInstance::~SingleInstance() = default;
@@ -78,10 +64,10 @@ std::optional<QString> SingleInstance::privateFolder(const QString &runtimeDir,
     return folder;
 }
 
-std::optional<QString> SingleInstance::socketPath()
+std::optional<QString> SingleInstance::socketPath() const
 {
     const std::optional<QString> folder =
-        privateFolder(qEnvironmentVariable("XDG_RUNTIME_DIR"), userCacheFolder());
+        privateFolder(qEnvironmentVariable("XDG_RUNTIME_DIR"), m_cacheFolder);
     if (!folder)
         return std::nullopt;
     return *folder + u"/quorvel-"_s + QString::number(::getuid()) + u".socket"_s;

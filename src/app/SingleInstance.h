@@ -19,9 +19,10 @@ class SingleInstance final : public QObject
     Q_OBJECT
 
 public:
-    // `onRequest` runs on the main thread for every request another process forwards.
-    explicit SingleInstance(std::function<void(const QString &)> onRequest,
-                            QObject *parent = nullptr);
+    // `onRequest` runs on the main thread for every request another process forwards;
+    // `cacheFolder` is the user's (Locations), the fallback when there is no runtime folder.
+    SingleInstance(std::function<void(const QString &)> onRequest, QString cacheFolder,
+                   QObject *parent = nullptr);
     ~SingleInstance() override;
 
     // True when this process is now the one instance and listens for requests, or when
@@ -33,9 +34,8 @@ public:
     // Gives up the lock and the socket; quitting calls it because it skips destructors.
     void release();
 
-    // privateFolder() of $XDG_RUNTIME_DIR and the user's cache folder ($XDG_CACHE_HOME when
-    // absolute, else ~/.cache; ~/Library/Caches on macOS), plus a name with the user id.
-    static std::optional<QString> socketPath();
+    // privateFolder() of $XDG_RUNTIME_DIR and the cache folder, plus a name with the user id.
+    std::optional<QString> socketPath() const;
     // `runtimeDir` when it is an absolute path to a real folder (not a link) of ours that
     // nobody else can write. Else the folder `quorvel` in the absolute `cacheDir` (either
     // created 0700 when missing), which must be a real folder of ours and is stripped of
@@ -46,6 +46,7 @@ private:
     void accept();
 
     std::function<void(const QString &)> m_onRequest;
+    QString m_cacheFolder;
     QString m_path;
     std::unique_ptr<QLockFile> m_lock;
     QLocalServer *m_server = nullptr;

@@ -68,8 +68,10 @@ double Snapshot::waitScale()
     return ok && std::isfinite(scale) && scale > 0 ? scale : 1.0;
 }
 
-Snapshot::Snapshot(QString folder, std::function<void(const QString &)> route, QObject *parent)
-    : QObject(parent), m_folder(QDir(folder).absolutePath()), m_route(std::move(route))
+Snapshot::Snapshot(QString folder, std::function<void(const QString &)> route,
+                   const Locations &where, OverviewModel &overview, QObject *parent)
+    : QObject(parent), m_folder(QDir(folder).absolutePath()), m_where(where), m_overview(overview),
+      m_route(std::move(route))
 {}
 
 Snapshot::~Snapshot() = default;
@@ -133,13 +135,12 @@ void Snapshot::renderScreenPage()
 
 void Snapshot::startWork()
 {
-    OverviewModel &overview = OverviewModel::shared();
-    overview.refreshTrash();
-    overview.scan();
-    m_leftovers =
-        new CleanModel(*cleanCategories(ToolPage::leftovers), CleanModel::Services::real(), this);
+    m_overview.refreshTrash();
+    m_overview.scan();
+    m_leftovers = new CleanModel(*cleanCategories(ToolPage::leftovers),
+                                 CleanModel::Services::real(m_where), this);
     m_leftovers->scan();
-    m_updater = new AppUpdater(this);
+    m_updater = new AppUpdater(AppUpdater::Services::real(m_where), this);
     m_updater->scan();
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/system/Locations.h"
+
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -8,6 +10,7 @@
 #include <optional>
 
 class AppUpdater;
+class OverviewModel;
 class CleanModel;
 class QImage;
 
@@ -26,7 +29,8 @@ public:
 
     // `route` is the app's own request router: the tools window must open in this
     // process, never through another instance's socket.
-    Snapshot(QString folder, std::function<void(const QString &)> route, QObject *parent = nullptr);
+    Snapshot(QString folder, std::function<void(const QString &)> route, const Locations &where,
+             OverviewModel &overview, QObject *parent = nullptr);
     ~Snapshot() override;
 
     // Returns at once; the last step quits the app.
@@ -56,6 +60,8 @@ private:
     void write(const QString &name, const QByteArray &data) const;
 
     QString m_folder;
+    Locations m_where;
+    OverviewModel &m_overview;
     std::function<void(const QString &)> m_route;
     QList<Step> m_steps;
     CleanModel *m_leftovers = nullptr;

@@ -1,6 +1,8 @@
 #include "App.h"
 #include "SingleInstance.h"
+
 #include "Snapshot.h"
+#include "core/system/Locations.h"
 
 #include <QApplication>
 #include <QSocketNotifier>
@@ -72,8 +74,11 @@ int main(int argc, char **argv)
     const QStringList arguments = QCoreApplication::arguments();
     const QStringList urls = urlArguments(arguments);
 
-    App app;
-    SingleInstance instance([&app](const QString &request) { app.route(request); });
+    // The one read of the user's folders for this process; everything below gets it passed.
+    const Locations where = Locations::fromEnvironment();
+    App app(where);
+    SingleInstance instance([&app](const QString &request) { app.route(request); },
+                            Platform::cacheFolder(where.userFolders()));
     // Snapshot runs stay out of the way of (and unreachable from) a running instance.
     if (!Snapshot::requestedFolder(arguments) && !instance.claim()) {
         bool handedOver = true;

@@ -32,7 +32,7 @@ int usageError(const QString &problem)
 
 } // namespace
 
-int check(const QStringList &arguments)
+int check(const QStringList &arguments, const Locations &where)
 {
     std::optional<QString> categoryText;
     bool json = false;
@@ -71,7 +71,7 @@ int check(const QStringList &arguments)
     QJsonArray answers;
     QString text;
     for (const QString &path : std::as_const(paths)) {
-        const auto refused = SafetyGuard::refusal(path, *category);
+        const auto refused = SafetyGuard::refusal(path, *category, where);
         anyRefused = anyRefused || refused.has_value();
         const std::optional<QString> refusal =
             refused ? std::optional(Words::refusal(*refused)) : std::nullopt;

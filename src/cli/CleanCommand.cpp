@@ -137,7 +137,7 @@ QString plan(const QList<CleanItem> &taken)
 
 } // namespace
 
-int clean(const QStringList &arguments)
+int clean(const QStringList &arguments, const Locations &where)
 {
     const CommandLine::Parsed args =
         CommandLine::parse(arguments, {{u"--json"_s, u"--dry-run"_s, u"--yes"_s}, u"--only"_s});
@@ -167,7 +167,7 @@ int clean(const QStringList &arguments)
         return Output::kUsage;
     }
 
-    CleanModel model(*categories);
+    CleanModel model(*categories, CleanModel::Services::real(where));
     CleanPage::scan(model);
     if (!args.listValues.isEmpty()) {
         const std::optional<QSet<QString>> chosen = pathsOf(model.items(), args.listValues);

@@ -122,7 +122,7 @@ bool catchInterrupts()
 
 } // namespace
 
-int health(const QStringList &arguments)
+int health(const QStringList &arguments, const Locations &)
 {
     const CommandLine::Parsed args =
         CommandLine::parse(arguments, {{u"--json"_s, u"--watch"_s}, {}});

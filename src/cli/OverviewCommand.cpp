@@ -49,7 +49,7 @@ QString json(const OverviewModel &model)
 
 } // namespace
 
-int overview(const QStringList &arguments)
+int overview(const QStringList &arguments, const Locations &where)
 {
     const CommandLine::Parsed args = CommandLine::parse(arguments, {{u"--json"_s}, {}});
     if (args.help) {
@@ -65,7 +65,7 @@ int overview(const QStringList &arguments)
                                        usage());
     }
 
-    OverviewModel model;
+    OverviewModel model(OverviewModel::Services::real(where));
     ModelRunner::ProgressLine progress;
     model.refreshTrash();
     model.scan();

@@ -56,7 +56,7 @@ QString json(const QString &page, const CleanModel &model)
 
 } // namespace
 
-int scan(const QStringList &arguments)
+int scan(const QStringList &arguments, const Locations &where)
 {
     const CommandLine::Parsed args = CommandLine::parse(arguments, {{u"--json"_s}, {}});
     if (args.help) {
@@ -77,7 +77,7 @@ int scan(const QStringList &arguments)
             "scan", L10n::pick(u"unknown page "_s, u"未知页面 "_s) + page, usage());
     }
 
-    CleanModel model(*categories);
+    CleanModel model(*categories, CleanModel::Services::real(where));
     CleanPage::scan(model);
     Output::out(args.switches.contains(u"--json"_s) ? json(page, model) : text(model));
     return Output::kOk;

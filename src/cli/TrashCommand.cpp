@@ -83,7 +83,7 @@ QString empty(OverviewModel &model, const std::optional<Platform::TrashContents>
 
 } // namespace
 
-int trash(const QStringList &arguments)
+int trash(const QStringList &arguments, const Locations &where)
 {
     const CommandLine::Parsed args =
         CommandLine::parse(arguments, {{u"--json"_s, u"--empty"_s, u"--yes"_s}, {}});
@@ -107,7 +107,7 @@ int trash(const QStringList &arguments)
         return Output::kUsage;
     }
 
-    OverviewModel model;
+    OverviewModel model(OverviewModel::Services::real(where));
     TrashReport::refresh(model);
     if (!json)
         Output::out(figuresLine(model));

@@ -28,9 +28,9 @@ QStringList brewCandidates()
     return Homebrew::defaultBrewCandidates();
 }
 
-AppUpdater::Services services()
+AppUpdater::Services services(const Locations &where)
 {
-    AppUpdater::Services services = AppUpdater::Services::real();
+    AppUpdater::Services services = AppUpdater::Services::real(where);
     const QStringList candidates = brewCandidates();
     services.brewOutdated = [candidates] { return Homebrew::brewOutdated(candidates); };
     services.brewPath = [candidates] { return Homebrew::brewPath(candidates); };

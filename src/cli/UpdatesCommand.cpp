@@ -56,7 +56,7 @@ QString json(const AppUpdater &updater)
 
 } // namespace
 
-int updates(const QStringList &arguments)
+int updates(const QStringList &arguments, const Locations &where)
 {
     const CommandLine::Parsed args = CommandLine::parse(arguments, {{u"--json"_s}, {}});
     if (args.help) {
@@ -72,7 +72,7 @@ int updates(const QStringList &arguments)
                                        usage());
     }
 
-    AppUpdater updater(UpdateCheck::services());
+    AppUpdater updater(UpdateCheck::services(where));
     UpdateCheck::scan(updater);
     Output::out(args.switches.contains(u"--json"_s) ? json(updater) : text(updater));
     return Output::kOk;

@@ -63,7 +63,7 @@ QString json(const OutdatedApp &app, const AppUpdater &updater)
 
 } // namespace
 
-int upgrade(const QStringList &arguments)
+int upgrade(const QStringList &arguments, const Locations &where)
 {
     const CommandLine::Parsed args = CommandLine::parse(arguments, {{u"--json"_s}, {}});
     if (args.help) {
@@ -81,7 +81,7 @@ int upgrade(const QStringList &arguments)
     if (!Homebrew::brewPath(UpdateCheck::brewCandidates()))
         return fail(noHomebrew());
 
-    AppUpdater updater(UpdateCheck::services());
+    AppUpdater updater(UpdateCheck::services(where));
     UpdateCheck::scan(updater);
     const QList<OutdatedApp> &items = updater.items();
     const auto found = std::find_if(items.cbegin(), items.cend(), [&](const OutdatedApp &app) {

@@ -9,7 +9,7 @@
 using namespace Qt::StringLiterals;
 
 namespace Commands {
-int health(const QStringList &arguments); // HealthCommand.cpp
+int health(const QStringList &arguments, const Locations &where); // HealthCommand.cpp
 } // namespace Commands
 
 namespace {
@@ -70,9 +70,11 @@ int main(int argc, char **argv)
         return Output::kOk;
     }
     const QString name = arguments.takeFirst();
+    // The one read of the user's folders for this process.
+    const Locations where = Locations::fromEnvironment();
     for (const auto &command : kCommands) {
         if (name == QLatin1String(command.name))
-            return command.run(arguments);
+            return command.run(arguments, where);
     }
     Output::err(u"quorvel-cli: "_s + L10n::pick(u"unknown command "_s, u"未知命令 "_s) + name +
                 u"\n\n"_s + help());

@@ -4,6 +4,12 @@
 
 namespace Platform {
 
+// "." and "..", which every listing skips.
+inline bool isDots(const char *name)
+{
+    return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
+}
+
 // The entries of an open folder in the file system's own order. On Linux it reads with
 // getdents64 into the caller's buffer, which saves readdir's per-folder fstat, fcntl and
 // allocation: folder walks are dominated by system calls.

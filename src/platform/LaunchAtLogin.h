@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/UserFolders.h"
+
 #include <QString>
 #include <optional>
 
@@ -9,8 +11,8 @@
 namespace Platform::LaunchAtLogin {
 
 // On exactly when the system says the app starts at login.
-bool enabled();
+bool enabled(const UserFolders &user);
 // Adds or removes the login item; the system's reason when it refuses.
-std::optional<QString> set(bool on);
+std::optional<QString> set(const UserFolders &user, bool on);
 
 } // namespace Platform::LaunchAtLogin

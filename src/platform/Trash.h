@@ -4,6 +4,8 @@
 #include <QList>
 #include <QString>
 
+#include "platform/UserFolders.h"
+
 #include <optional>
 
 // Moving one item to the user's Trash. The move either lands inside a Trash or fails and
@@ -33,11 +35,11 @@ struct TrashMove
 // move acts on the folder so reached, so swapping one for a link meanwhile makes the move
 // fail or leaves it moving the very entry that was there, never another. `path` must lie
 // below `anchor`; the anchor itself may be reached through links.
-TrashMove moveToTrash(const QString &path, const QString &anchor = QStringLiteral("/"));
+TrashMove moveToTrash(const QString &path, const QString &anchor, const UserFolders &user);
 
 // The folder holding the home Trash's items: ~/.Trash on macOS, the XDG home Trash's
 // files/ on Linux. It may not exist yet.
-QString homeTrashItemsPath();
+QString homeTrashItemsPath(const UserFolders &user);
 
 // One entry of the home Trash as a confirmation counted it: its name and which file it was.
 struct TrashEntry
@@ -71,6 +73,6 @@ struct TrashEmptying
 // before the count go too. Never follows a link, never acts outside the Trash. Without
 // `confirmed` (the Trash could not be listed) nothing is known to be agreed: Linux removes
 // nothing, macOS leaves it to the Finder.
-TrashEmptying emptyTrash(const std::optional<TrashContents> &confirmed);
+TrashEmptying emptyTrash(const std::optional<TrashContents> &confirmed, const UserFolders &user);
 
 } // namespace Platform

@@ -22,9 +22,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-std::unique_ptr<CleanModel> modelFor(ToolPage page)
+std::unique_ptr<CleanModel> modelFor(ToolPage page, const Locations &where)
 {
-    return std::make_unique<CleanModel>(cleanCategories(page).value_or(QList<CleanCategory>{}));
+    return std::make_unique<CleanModel>(cleanCategories(page).value_or(QList<CleanCategory>{}),
+                                        CleanModel::Services::real(where));
 }
 
 int rowOf(ToolPage page)
@@ -34,10 +35,13 @@ int rowOf(ToolPage page)
 
 } // namespace
 
-ToolsWindow::ToolsWindow(QWidget *parent)
-    : QWidget(parent), m_cleanup(modelFor(ToolPage::cleanup)),
-      m_leftovers(modelFor(ToolPage::leftovers)), m_large(modelFor(ToolPage::largeFiles)),
-      m_unused(modelFor(ToolPage::unusedApps)), m_updater(std::make_unique<AppUpdater>()),
+ToolsWindow::ToolsWindow(const Locations &where, OverviewModel &overview, QWidget *parent)
+    : QWidget(parent), m_where(where), m_overview(overview),
+      m_cleanup(modelFor(ToolPage::cleanup, where)),
+      m_leftovers(modelFor(ToolPage::leftovers, where)),
+      m_large(modelFor(ToolPage::largeFiles, where)),
+      m_unused(modelFor(ToolPage::unusedApps, where)),
+      m_updater(std::make_unique<AppUpdater>(AppUpdater::Services::real(where))),
       m_sidebar(new QListWidget)
 {
     setAttribute(Qt::WA_DeleteOnClose);
@@ -128,7 +132,7 @@ void ToolsWindow::showPage(ToolPage page)
     if (cleanCategories(page))
         m_page = new CleanListView(cleanModel(page));
     else if (page == ToolPage::overview)
-        m_page = new OverviewView(OverviewModel::shared(), SystemStats::shared());
+        m_page = new OverviewView(m_overview, SystemStats::shared(), m_where);
     else if (page == ToolPage::updates)
         m_page = new UpdatesView(*m_updater);
     else

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/system/Locations.h"
+
 #include "core/models/ToolPage.h"
 
 #include <QWidget>
@@ -7,6 +9,7 @@
 
 class AppUpdater;
 class CleanModel;
+class OverviewModel;
 class QListWidget;
 class QVBoxLayout;
 
@@ -18,7 +21,7 @@ class ToolsWindow final : public QWidget
     Q_OBJECT
 
 public:
-    explicit ToolsWindow(QWidget *parent = nullptr);
+    ToolsWindow(const Locations &where, OverviewModel &overview, QWidget *parent = nullptr);
     ~ToolsWindow() override;
 
     CleanModel &cleanModel(ToolPage page); // cleanup, leftovers, largeFiles, unusedApps
@@ -33,6 +36,8 @@ private:
     void showPage(ToolPage page);
     void pageAppeared();
 
+    Locations m_where;
+    OverviewModel &m_overview;
     std::unique_ptr<CleanModel> m_cleanup, m_leftovers, m_large, m_unused;
     std::unique_ptr<AppUpdater> m_updater;
     QListWidget *m_sidebar = nullptr;

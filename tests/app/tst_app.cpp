@@ -2,6 +2,7 @@
 #include "PngProbe.h"
 #include "app/SingleInstance.h"
 #include "common/TestHome.h"
+#include "core/system/Locations.h"
 
 #include <QStandardPaths>
 #include <QXmlStreamReader>
@@ -450,7 +451,10 @@ void AppTest::instanceFolder()
 void AppTest::instanceLockWithoutRuntimeFolder()
 {
     qunsetenv("XDG_RUNTIME_DIR");
-    const std::optional<QString> path = SingleInstance::socketPath();
+    const QString cache = Platform::cacheFolder(Locations::fromEnvironment().userFolders());
+    SingleInstance first([](const QString &) {}, cache);
+    SingleInstance second([](const QString &) {}, cache);
+    const std::optional<QString> path = first.socketPath();
 #ifdef Q_OS_MACOS
     QVERIFY(QDir().mkpath(m_home->file(u"Library/Caches"_s))); // there in every real home
     const QString folder = m_home->file(u"Library/Caches/quorvel"_s);
@@ -459,8 +463,6 @@ void AppTest::instanceLockWithoutRuntimeFolder()
 #endif
     QCOMPARE(path,
              std::optional(folder + u"/quorvel-"_s + QString::number(::getuid()) + u".socket"_s));
-    SingleInstance first([](const QString &) {});
-    SingleInstance second([](const QString &) {});
     QVERIFY(first.claim());
     QVERIFY(QFileInfo::exists(*path + u".lock"_s));
     QVERIFY2(!second.claim(), "the lock in the cache folder must keep a second instance out");

@@ -84,7 +84,7 @@ void CacheScannersTest::cacheNames()
     QFETCH(bool, listed);
     const qint64 bytes = writeFile(caches() + u'/' + name + u"/blob"_s, 20'000);
     QVERIFY(bytes > 0);
-    const QList<CleanItem> items = Cleaner::userCaches();
+    const QList<CleanItem> items = Cleaner::userCaches(m_home->where());
     QCOMPARE(titles(items), listed ? QStringList{name} : QStringList{});
     if (listed)
         QCOMPARE(items.first().bytes, bytes);
@@ -99,7 +99,7 @@ void CacheScannersTest::cacheItemFields()
     QVERIFY(makeDir(caches() + u"/empty"_s));
     QVERIFY(visible > 0 && hidden > 0 && file > 0);
 
-    const QList<CleanItem> items = Cleaner::userCaches();
+    const QList<CleanItem> items = Cleaner::userCaches(m_home->where());
     QCOMPARE(titles(items), (QStringList{u"com.example.Big"_s, u"loose.cache"_s}));
     const CleanItem &big = items.at(0);
     QCOMPARE(big.path, folder);
@@ -116,7 +116,7 @@ void CacheScannersTest::excluding()
     writeFile(caches() + u"/Homebrew/bottle"_s, 300'000);
     const qint64 kept = writeFile(caches() + u"/org.example.kept/x"_s, 10'000);
     const QSet<QString> claimed{caches() + u"/pip"_s, caches() + u"/Homebrew/"_s};
-    const QList<CleanItem> items = Cleaner::userCaches(claimed);
+    const QList<CleanItem> items = Cleaner::userCaches(m_home->where(), claimed);
     QCOMPARE(titles(items), QStringList{u"org.example.kept"_s});
     QCOMPARE(items.first().bytes, kept);
 }
@@ -130,7 +130,7 @@ void CacheScannersTest::linkMeasuredAsItself()
     QVERIFY(makeLink(target, link));
     const qint64 own = allocated(link);
 
-    const QList<CleanItem> items = Cleaner::userCaches();
+    const QList<CleanItem> items = Cleaner::userCaches(m_home->where());
     if (own <= 0) {
         QVERIFY(items.isEmpty());
         return;
@@ -151,14 +151,14 @@ void CacheScannersTest::equalSizesKeepListingOrder()
     writeFile(m_home->file(u"Library/Logs/zulu/f"_s), 90'000);
 
     QCOMPARE(
-        titles(Cleaner::userCaches()), QStringList{u"zulu"_s} + [&] {
+        titles(Cleaner::userCaches(m_home->where())), QStringList{u"zulu"_s} + [&] {
             QStringList order = listingOrder(caches());
             order.removeAll(u"zulu"_s);
             return order;
         }());
     QStringList logOrder = listingOrder(m_home->file(u"Library/Logs"_s));
     logOrder.removeAll(u"zulu"_s);
-    QCOMPARE(titles(Cleaner::logs()), QStringList{u"zulu"_s} + logOrder);
+    QCOMPARE(titles(Cleaner::logs(m_home->where())), QStringList{u"zulu"_s} + logOrder);
 }
 
 void CacheScannersTest::nameNotUtf8IsSkipped()
@@ -171,7 +171,7 @@ void CacheScannersTest::nameNotUtf8IsSkipped()
     const qint64 plain = writeFile(caches() + u"/outer/plain"_s, 10'000);
     QVERIFY(inner > 0 && plain > 0);
 
-    const QList<CleanItem> items = Cleaner::userCaches();
+    const QList<CleanItem> items = Cleaner::userCaches(m_home->where());
     QCOMPARE(titles(items), QStringList{u"outer"_s});
     // Unlisted as an entry, it still takes up space inside its folder.
     QCOMPARE(items.first().bytes, inner + plain);
@@ -179,7 +179,7 @@ void CacheScannersTest::nameNotUtf8IsSkipped()
 
 void CacheScannersTest::logs()
 {
-    QVERIFY(Cleaner::logs().isEmpty()); // no ~/Library/Logs at all
+    QVERIFY(Cleaner::logs(m_home->where()).isEmpty()); // no ~/Library/Logs at all
 
     const QString root = m_home->file(u"Library/Logs"_s);
     const qint64 own = writeFile(root + u"/Quorvel/removals.log"_s, 3'000);
@@ -188,7 +188,7 @@ void CacheScannersTest::logs()
     writeFile(root + u"/.hidden.log"_s, 90'000);
     QVERIFY(makeDir(root + u"/EmptyApp"_s));
 
-    const QList<CleanItem> items = Cleaner::logs();
+    const QList<CleanItem> items = Cleaner::logs(m_home->where());
     QCOMPARE(titles(items),
              (QStringList{u"com.apple.something"_s, u"install.log"_s, u"Quorvel"_s}));
     QCOMPARE(items.at(0).bytes, apple);
@@ -246,8 +246,10 @@ void CacheScannersTest::fixedLocations()
     const qint64 bytes = writeFile(path + u"/data/blob"_s, 12'000);
     QVERIFY(bytes > 0);
 
-    const QList<CleanItem> found = ai ? Cleaner::aiClutter() : Cleaner::developerJunk();
-    const QList<CleanItem> other = ai ? Cleaner::developerJunk() : Cleaner::aiClutter();
+    const QList<CleanItem> found =
+        ai ? Cleaner::aiClutter(m_home->where()) : Cleaner::developerJunk(m_home->where());
+    const QList<CleanItem> other =
+        ai ? Cleaner::developerJunk(m_home->where()) : Cleaner::aiClutter(m_home->where());
     QVERIFY(other.isEmpty());
     QCOMPARE(found.size(), 1);
     const CleanItem &item = found.first();
@@ -264,8 +266,8 @@ void CacheScannersTest::fixedLocationsAbsent()
     // Near misses of the fixed places do not count.
     writeFile(m_home->file(u".cache/huggingface-old/x"_s), 10'000);
     writeFile(m_home->file(u"Library/Developer/Xcode/DerivedDataX/x"_s), 10'000);
-    QVERIFY(Cleaner::aiClutter().isEmpty());
-    QVERIFY(Cleaner::developerJunk().isEmpty());
+    QVERIFY(Cleaner::aiClutter(m_home->where()).isEmpty());
+    QVERIFY(Cleaner::developerJunk(m_home->where()).isEmpty());
 }
 
 void CacheScannersTest::bothPipFolders()
@@ -273,7 +275,7 @@ void CacheScannersTest::bothPipFolders()
     const qint64 dotCache = writeFile(m_home->file(u".cache/pip/http/a"_s), 10'000);
     const qint64 library = writeFile(m_home->file(u"Library/Caches/pip/http/a"_s), 60'000);
     const qint64 models = writeFile(m_home->file(u".ollama/models/m"_s), 30'000);
-    const QList<CleanItem> items = Cleaner::aiClutter();
+    const QList<CleanItem> items = Cleaner::aiClutter(m_home->where());
     QCOMPARE(titles(items), (QStringList{u"pip"_s, u"models"_s, u"pip"_s}));
     QCOMPARE(items.at(0).subtitle, u"~/Library/Caches"_s);
     QCOMPARE(items.at(0).bytes, library);
@@ -287,7 +289,7 @@ void CacheScannersTest::emptyArchivesNotListed()
 {
     QVERIFY(makeDir(m_home->file(u"Library/Developer/Xcode/Archives/2024-01-01"_s)));
     const qint64 derived = writeFile(m_home->file(u"Library/Developer/Xcode/DerivedData/x"_s), 5);
-    const QList<CleanItem> items = Cleaner::developerJunk();
+    const QList<CleanItem> items = Cleaner::developerJunk(m_home->where());
     QCOMPARE(titles(items), QStringList{u"DerivedData"_s});
     QCOMPARE(items.first().subtitle, u"~/Library/Developer/Xcode"_s);
     QCOMPARE(items.first().bytes, derived);
@@ -301,10 +303,11 @@ void CacheScannersTest::homebrewListedOnceAsDeveloper()
 
     // The page's order: the fixed places first, then the caches they did not claim.
     QSet<QString> claimed;
-    QList<CleanItem> all = Cleaner::aiClutter() + Cleaner::developerJunk();
+    QList<CleanItem> all =
+        Cleaner::aiClutter(m_home->where()) + Cleaner::developerJunk(m_home->where());
     for (const CleanItem &item : std::as_const(all))
         claimed.insert(item.path);
-    all += Cleaner::userCaches(claimed);
+    all += Cleaner::userCaches(m_home->where(), claimed);
 
     QStringList found;
     for (const CleanItem &item : std::as_const(all))
@@ -340,12 +343,13 @@ void CacheScannersTest::linkedRootsListNothing()
     QVERIFY(makeLink(elsewhere, m_home->file(root)));
     const auto scan = [&] {
         if (scanner == u"userCache")
-            return Cleaner::userCaches();
+            return Cleaner::userCaches(m_home->where());
         if (scanner == u"logs")
-            return Cleaner::logs();
+            return Cleaner::logs(m_home->where());
         if (scanner == u"ai")
-            return Cleaner::aiClutter();
-        return Cleaner::leftovers({}, {{}, {}, QList<Platform::RunningApplication>{}, {}});
+            return Cleaner::aiClutter(m_home->where());
+        return Cleaner::leftovers({}, m_home->where(),
+                                  {{}, {}, QList<Platform::RunningApplication>{}, {}});
     };
     QCOMPARE(titles(scan()), QStringList());
     QVERIFY(QFile::remove(m_home->file(root)));

@@ -36,9 +36,9 @@ void removeEntry(const QString &path)
         QDir(path).removeRecursively();
 }
 
-QStringList logLines()
+QStringList logLines(const Locations &where)
 {
-    QFile file(RemovalLog::path());
+    QFile file(where.removalLog());
     if (!file.open(QIODevice::ReadOnly))
         return {};
     QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
@@ -99,7 +99,7 @@ void CleanerTest::initTestCase()
 {
     m_home = std::make_unique<TestHome>();
     m_logFolder = m_home->file(u"Library/Logs/Quorvel"_s);
-    QCOMPARE(RemovalLog::path(), m_logFolder + u"/removals.log"_s);
+    QCOMPARE(m_home->where().removalLog(), m_logFolder + u"/removals.log"_s);
 }
 
 void CleanerTest::init()
@@ -110,7 +110,7 @@ void CleanerTest::init()
 
 void CleanerTest::emptyListWritesNothing()
 {
-    const Cleaner::Result result = Cleaner::remove({});
+    const Cleaner::Result result = Cleaner::remove({}, m_home->where());
     QCOMPARE(result.count, 0);
     QCOMPARE(result.bytes, 0);
     QVERIFY(Words::failureLines(result).isEmpty());
@@ -130,7 +130,7 @@ void CleanerTest::refusalsInInputOrder()
             u"/etc/hosts"_s, u"Hosts"_s, {}, 1, CleanCategory::largeFiles, CleanMethod::trash},
         item(u"Library/Mail/x"_s, CleanCategory::leftovers, u"Same"_s),
     };
-    const Cleaner::Result result = Cleaner::remove(items, mover);
+    const Cleaner::Result result = Cleaner::remove(items, m_home->where(), mover);
     QCOMPARE(calls, 0);
     QCOMPARE(result.count, 0);
     QCOMPARE(Words::failureLines(result),
@@ -175,8 +175,8 @@ void CleanerTest::failureReasons()
     const auto mover = [&](const QString &, const QString &) {
         return failed(Platform::TrashFailure(failure), code, systemText);
     };
-    const auto result =
-        Cleaner::remove({item(u"Library/Caches/x"_s, CleanCategory::userCache)}, mover);
+    const auto result = Cleaner::remove({item(u"Library/Caches/x"_s, CleanCategory::userCache)},
+                                        m_home->where(), mover);
     QCOMPARE(result.count, 0);
     QCOMPARE(result.bytes, 0);
     QCOMPARE(Words::failureLines(result), QStringList{line});
@@ -191,9 +191,9 @@ void CleanerTest::unknownResultingPath()
         return move;
     };
     const CleanItem it = item(u"Library/Caches/x/"_s, CleanCategory::userCache);
-    const auto result = Cleaner::remove({it}, mover);
+    const auto result = Cleaner::remove({it}, m_home->where(), mover);
     QCOMPARE(result.count, 1);
-    const QStringList lines = logLines();
+    const QStringList lines = logLines(m_home->where());
     QCOMPARE(lines.size(), 1);
     // The path is logged as the item holds it, trailing slash and all.
     QVERIFY2(lines.first().endsWith(u'\t' + it.path + u" → Trash"_s), qPrintable(lines.first()));
@@ -214,14 +214,14 @@ void CleanerTest::movesToTrashAndLogs()
     };
     items[3].bytes = 2'000'000;
 
-    const auto result = Cleaner::remove(items);
+    const auto result = Cleaner::remove(items, m_home->where());
     QCOMPARE(result.count, 3);
     QCOMPARE(result.bytes, 1'500'000 * 2 + 2'000'000);
     QCOMPARE(Words::failureLines(result), QStringList{u"gone: the item no longer exists"_s});
     QVERIFY(!QFileInfo::exists(items[0].path));
     QVERIFY(!QFileInfo::exists(items[1].path));
 
-    const QStringList lines = logLines();
+    const QStringList lines = logLines(m_home->where());
     QCOMPARE(lines.size(), 3);
     static const QRegularExpression layout(
         u"^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ\\t(\\w+)\\t([^\\t]+)\\t(.+) → (.+)$"_s);
@@ -247,13 +247,13 @@ void CleanerTest::logAppendsAndNeverTruncates()
 {
     QVERIFY(QDir().mkpath(m_logFolder));
     {
-        QFile file(RemovalLog::path());
+        QFile file(m_home->where().removalLog());
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write("earlier entry\n");
     }
-    QVERIFY(!RemovalLog::append({u"userCache"_s, u"1 KB"_s, u"/a → /b"_s}));
-    QVERIFY(!RemovalLog::append({u"logs"_s, u"2 KB"_s, u"/c → Trash"_s}));
-    const QStringList lines = logLines();
+    QVERIFY(!RemovalLog::append({u"userCache"_s, u"1 KB"_s, u"/a → /b"_s}, m_home->where()));
+    QVERIFY(!RemovalLog::append({u"logs"_s, u"2 KB"_s, u"/c → Trash"_s}, m_home->where()));
+    const QStringList lines = logLines(m_home->where());
     QCOMPARE(lines.size(), 3);
     QCOMPARE(lines[0], u"earlier entry"_s);
     QVERIFY(lines[1].endsWith(u"Z\tuserCache\t1 KB\t/a → /b"_s));
@@ -263,17 +263,17 @@ void CleanerTest::logAppendsAndNeverTruncates()
 void CleanerTest::unwritableLogStillCountsTheMove()
 {
     // A folder where the log file should be: nothing can be appended, nothing replaced.
-    QVERIFY(QDir().mkpath(RemovalLog::path()));
-    makeFile(RemovalLog::path() + u"/keep"_s);
+    QVERIFY(QDir().mkpath(m_home->where().removalLog()));
+    makeFile(m_home->where().removalLog() + u"/keep"_s);
     makeFile(m_home->file(u"Library/Caches/com.c"_s));
-    const auto result =
-        Cleaner::remove({item(u"Library/Caches/com.c"_s, CleanCategory::userCache)});
+    const auto result = Cleaner::remove({item(u"Library/Caches/com.c"_s, CleanCategory::userCache)},
+                                        m_home->where());
     QCOMPARE(result.count, 1);
     QVERIFY(Words::failureLines(result).isEmpty());
     QVERIFY(result.items.value(0).logFailure.has_value());
     QVERIFY(Words::unloggedLine(result).has_value());
-    QVERIFY(QFileInfo(RemovalLog::path()).isDir());
-    QVERIFY(QFileInfo::exists(RemovalLog::path() + u"/keep"_s));
+    QVERIFY(QFileInfo(m_home->where().removalLog()).isDir());
+    QVERIFY(QFileInfo::exists(m_home->where().removalLog() + u"/keep"_s));
 }
 
 // Folders on the way that are links: the guard refuses before anything moves, and what
@@ -314,7 +314,8 @@ void CleanerTest::linkedFolders()
     QVERIFY(QDir().mkpath(QFileInfo(m_home->file(link)).path()));
     QVERIFY(::symlink(target.toUtf8().constData(), QFile::encodeName(m_home->file(link))) == 0);
 
-    const auto result = Cleaner::remove({this->item(item, CleanCategory(category), u"i"_s)});
+    const auto result =
+        Cleaner::remove({this->item(item, CleanCategory(category), u"i"_s)}, m_home->where());
 
     QVERIFY2(result.count == (moves ? 1 : 0), qPrintable(Words::failureLines(result).join(u'\n')));
     if (!moves)
@@ -376,7 +377,9 @@ void CleanerTest::swappedFolderRace()
             if (fd >= 0)
                 ::close(fd);
         }
-        moved += Cleaner::remove({item(u"Library/Caches/doc"_s, CleanCategory::userCache)}).count;
+        moved += Cleaner::remove({item(u"Library/Caches/doc"_s, CleanCategory::userCache)},
+                                 m_home->where())
+                     .count;
         QVERIFY2(QFileInfo::exists(m_home->file(u"Documents/doc"_s)), "the document moved");
     }
     stop = true;
@@ -402,7 +405,7 @@ void CleanerTest::hostileLog()
     const QString outside = m_home->file(u"outside"_s);
     QDir(outside).removeRecursively();
     makeFile(outside + u"/target.txt"_s, 4);
-    const QByteArray log = QFile::encodeName(RemovalLog::path());
+    const QByteArray log = QFile::encodeName(m_home->where().removalLog());
     QVERIFY(QDir().mkpath(m_home->file(u"Library/Logs"_s)));
     if (kind != u"folder link" && kind != u"file")
         QVERIFY(QDir().mkpath(m_logFolder));
@@ -419,8 +422,8 @@ void CleanerTest::hostileLog()
     const QStringList before = QDir(outside).entryList(QDir::Files);
     makeFile(m_home->file(u"Library/Caches/com.h"_s));
 
-    const auto result =
-        Cleaner::remove({item(u"Library/Caches/com.h"_s, CleanCategory::userCache)});
+    const auto result = Cleaner::remove({item(u"Library/Caches/com.h"_s, CleanCategory::userCache)},
+                                        m_home->where());
 
     QCOMPARE(result.count, 1);
     QVERIFY(result.items.value(0).logFailure.has_value());
@@ -443,8 +446,8 @@ void CleanerTest::namesStayOnOneLine()
         makeFile(m_home->file(u"Library/Caches/"_s + name));
         items.append(item(u"Library/Caches/"_s + name, CleanCategory::userCache));
     }
-    QCOMPARE(Cleaner::remove(items).count, int(names.size()));
-    const QStringList lines = logLines();
+    QCOMPARE(Cleaner::remove(items, m_home->where()).count, int(names.size()));
+    const QStringList lines = logLines(m_home->where());
     QCOMPARE(lines.size(), names.size());
     for (const QString &line : lines)
         QCOMPARE(line.count(u'\t'), 3);

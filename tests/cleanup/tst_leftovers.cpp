@@ -171,8 +171,8 @@ void LeftoversTest::installedBundleIDs()
     services.mdfind = m_home->file(u"mdfind"_s);
     services.running = QList<Platform::RunningApplication>{
         {u"org.eight.Running"_s, u"/nowhere/Running.app"_s}, {QString(), u"/x/NoID.app"_s}};
-    const QSet<QString> ids =
-        Cleaner::installedBundleIDs({apps, m_home->file(u"missing"_s), utilities}, services);
+    const QSet<QString> ids = Cleaner::installedBundleIDs(
+        {apps, m_home->file(u"missing"_s), utilities}, m_home->where(), services);
     QCOMPARE(ids, (QSet<QString>{u"org.one.Xml"_s, u"org.two.Binary"_s, u"org.three.Inner"_s,
                                  u"Org.Six.Tool"_s, u"org.seven.Found"_s, u"org.eight.Running"_s}));
 
@@ -192,7 +192,7 @@ void LeftoversTest::spotlightToolNotExecutable()
                                   QFileDevice::ReadOwner | QFileDevice::WriteOwner));
     Cleaner::AppScanServices services = noServices();
     services.mdfind = m_home->file(u"mdfind"_s);
-    QVERIFY(Cleaner::installedBundleIDs({}, services).isEmpty());
+    QVERIFY(Cleaner::installedBundleIDs({}, m_home->where(), services).isEmpty());
     QVERIFY(!QFile::exists(args));
 }
 
@@ -242,7 +242,7 @@ void LeftoversTest::leftovers()
         sizes[entry.path.section(u'/', 0, 1)] += entry.size ? allocated(path) : 0;
     }
 
-    QList<CleanItem> items = Cleaner::leftovers({apps}, noServices());
+    QList<CleanItem> items = Cleaner::leftovers({apps}, m_home->where(), noServices());
     QStringList shown;
     for (const CleanItem &item : std::as_const(items)) {
         shown.append(item.title + u" | "_s + item.subtitle);
@@ -271,7 +271,7 @@ void LeftoversTest::leftovers()
     QVERIFY(items.at(4).bytes == items.at(5).bytes && items.at(5).bytes == items.at(6).bytes);
 
     L10n::overrideForTesting(true);
-    items = Cleaner::leftovers({apps}, noServices());
+    items = Cleaner::leftovers({apps}, m_home->where(), noServices());
     QStringList chinese;
     for (const CleanItem &item : std::as_const(items)) {
         if (!chinese.contains(item.subtitle))
@@ -298,12 +298,12 @@ void LeftoversTest::installedAppsOwnTheirFolders()
                                       m_home->file(u"args"_s)));
 
     Cleaner::AppScanServices services = noServices();
-    QList<CleanItem> items = Cleaner::leftovers({apps}, services);
+    QList<CleanItem> items = Cleaner::leftovers({apps}, m_home->where(), services);
     QCOMPARE(items.size(), 2); // the vendor of the installed app keeps its folder
 
     services.mdfind = m_home->file(u"mdfind"_s);
     services.running = QList<Platform::RunningApplication>{{u"NET.RUN.APP"_s, QString()}};
-    QVERIFY(Cleaner::leftovers({apps}, services).isEmpty());
+    QVERIFY(Cleaner::leftovers({apps}, m_home->where(), services).isEmpty());
 }
 
 QTEST_GUILESS_MAIN(LeftoversTest)

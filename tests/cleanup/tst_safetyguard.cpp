@@ -165,7 +165,7 @@ void SafetyGuardTest::rules()
     const QString path =
         relative.startsWith(u'/') && relative != u"/" ? relative : m_home->path() + u'/' + relative;
     const auto got = SafetyGuard::refusal(relative == u"/" ? u"/"_s : path,
-                                          cleanCategoryFromRaw(category).value());
+                                          cleanCategoryFromRaw(category).value(), m_home->where());
     QCOMPARE(said(got), refusal);
 }
 
@@ -202,17 +202,19 @@ void SafetyGuardTest::application()
     QFETCH(QString, refusal);
     if (path.startsWith(u'~'))
         path = m_home->path() + path.mid(1);
-    const auto got = SafetyGuard::refusal(path, CleanCategory::unusedApps);
+    const auto got = SafetyGuard::refusal(path, CleanCategory::unusedApps, m_home->where());
     QCOMPARE(said(got), refusal);
 }
 
 void SafetyGuardTest::chineseMessages()
 {
     L10n::overrideForTesting(true);
-    const auto outside = SafetyGuard::refusal(u"/etc/hosts"_s, CleanCategory::logs);
+    const auto outside =
+        SafetyGuard::refusal(u"/etc/hosts"_s, CleanCategory::logs, m_home->where());
     const auto apple = SafetyGuard::refusal(m_home->file(u"Applications/AppleXml.app"_s),
-                                            CleanCategory::unusedApps);
-    const auto type = SafetyGuard::refusal(m_home->file(u"a.utm"_s), CleanCategory::largeFiles);
+                                            CleanCategory::unusedApps, m_home->where());
+    const auto type =
+        SafetyGuard::refusal(m_home->file(u"a.utm"_s), CleanCategory::largeFiles, m_home->where());
     L10n::overrideForTesting(false);
     L10n::overrideForTesting(true);
     QCOMPARE(said(outside), u"不在个人文件夹内，拒绝"_s);
@@ -268,7 +270,8 @@ void SafetyGuardTest::concurrentFirstUse()
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < 500; ++i) {
-                if (SafetyGuard::refusal(allowed, CleanCategory::userCache).has_value())
+                if (SafetyGuard::refusal(allowed, CleanCategory::userCache, m_home->where())
+                        .has_value())
                     ++wrong;
             }
         });

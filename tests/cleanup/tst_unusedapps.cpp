@@ -211,7 +211,8 @@ void UnusedAppsTest::cutoff()
     const QString folder = m_home->file(u"Applications"_s);
     QVERIFY(makeApp(folder + u"/Old.app"_s, u"com.example.Old"_s, fromSpotlight ? kAncient : used,
                     fromSpotlight ? spotlightText(used) : u"(null)"_s) > 0);
-    QCOMPARE(Cleaner::unusedApps(180, {folder}, services()).size(), listed ? 1 : 0);
+    QCOMPARE(Cleaner::unusedApps(180, {folder}, m_home->where(), services()).size(),
+             listed ? 1 : 0);
 }
 
 void UnusedAppsTest::candidates()
@@ -238,7 +239,7 @@ void UnusedAppsTest::candidates()
     Cleaner::AppScanServices fakes = services();
     fakes.running = QList<Platform::RunningApplication>{
         {u"com.example.Running"_s, root + u"/../Applications/./Running.app/"_s}};
-    QList<CleanItem> items = Cleaner::unusedApps(180, {root, home}, fakes);
+    QList<CleanItem> items = Cleaner::unusedApps(180, {root, home}, m_home->where(), fakes);
 
     QCOMPARE(items.size(), 2);
     const CleanItem &big = items.at(0);
@@ -259,7 +260,7 @@ void UnusedAppsTest::candidates()
     QCOMPARE(accessDate(exe), daysAgo(300));
 
     L10n::overrideForTesting(true);
-    items = Cleaner::unusedApps(180, {root, home}, fakes);
+    items = Cleaner::unusedApps(180, {root, home}, m_home->where(), fakes);
     QCOMPARE(items.size(), 2);
     QCOMPARE(items.at(1).subtitle,
              u"最后打开 "_s + Platform::mediumDate(daysAgo(300)) + u" · "_s + home);

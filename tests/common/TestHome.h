@@ -1,13 +1,15 @@
 #pragma once
 
+#include "core/system/Locations.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QTemporaryDir>
 #include <QtTest>
 
 // Points HOME at a fresh temporary folder and clears the XDG variables for the whole test
-// run, so no test ever reaches the developer's own files. Create it in initTestCase,
-// before anything reads the home folder (the guard and the log fix it at first use).
+// run, so no test ever reaches the developer's own files; where() hands the same folder to
+// the engine directly. Child processes (the CLI, the app) find it through HOME.
 class TestHome
 {
 public:
@@ -22,6 +24,8 @@ public:
     }
     QString path() const { return m_path; }
     QString file(const QString &relative) const { return m_path + u'/' + relative; }
+    // What the engine is told about this home.
+    Locations where() const { return Locations(m_path); }
 
 private:
     QTemporaryDir m_dir;

@@ -1,5 +1,6 @@
 #include "common/TestHome.h"
 
+#include "core/cleanup/CleanScanners.h"
 #include "core/disk/DiskScanner.h"
 #include "core/health/SystemStats.h"
 #include "core/text/L10n.h"
@@ -106,7 +107,7 @@ void DiskScannerTest::folderSizes()
     const qint64 small = makeFile(home(u"f/a.txt"_s), 10);
     QVERIFY(small >= 10);
     QCOMPARE(DiskScanner::directorySize(home(u"f"_s)), small);
-    QCOMPARE(DiskScanner::itemSize(home(u"f/a.txt"_s)), small);
+    QCOMPARE(DiskScanner::directorySize(home(u"f/a.txt"_s)), small);
 
     // Hidden files, package contents and every hard link count.
     const qint64 hidden = makeFile(home(u"f/.hidden/.dot"_s), 5000);
@@ -136,7 +137,7 @@ void DiskScannerTest::folderSizes()
     QCOMPARE(DiskScanner::directorySize(home(u"w"_s), [] { return false; }), wide);
 
     QCOMPARE(DiskScanner::directorySize(home(u"missing"_s)), 0);
-    QCOMPARE(DiskScanner::itemSize(QString()), 0);
+    QCOMPARE(DiskScanner::directorySize(QString()), 0);
 }
 
 void DiskScannerTest::linksAreNotFollowed()
@@ -150,8 +151,8 @@ void DiskScannerTest::linksAreNotFollowed()
     // Links add nothing inside a folder walk, and a loop through one is never entered.
     QCOMPARE(DiskScanner::directorySize(home(u"f"_s)), own);
     // A link given directly is measured as itself, never as its target.
-    QCOMPARE(DiskScanner::itemSize(home(u"f/to-big"_s)), allocated(home(u"f/to-big"_s)));
-    QVERIFY(DiskScanner::itemSize(home(u"f/to-big"_s)) < big);
+    QCOMPARE(DiskScanner::directorySize(home(u"f/to-big"_s)), allocated(home(u"f/to-big"_s)));
+    QVERIFY(DiskScanner::directorySize(home(u"f/to-big"_s)) < big);
     QCOMPARE(DiskScanner::directorySize(home(u"f/to-big/"_s)), allocated(home(u"f/to-big"_s)));
 }
 
@@ -219,7 +220,8 @@ void DiskScannerTest::hugeFolder()
     const qint64 one = makeFile(home(u"huge/zz-data"_s), 3000);
     QCOMPARE(DiskScanner::directorySize(home(u"huge"_s)), one);
     QList<qint64> reports;
-    const auto found = DiskScanner::largeFiles(one, [&](qint64 n) { reports.append(n); });
+    const auto found = Cleaner::largeFiles(
+        one, [&](qint64 n) { reports.append(n); }, m_home->where());
     QCOMPARE(found.size(), 1);
     QTRY_COMPARE(reports.size(), 50);
     QCOMPARE(reports.last(), 100'000);
@@ -228,7 +230,7 @@ void DiskScannerTest::hugeFolder()
 void DiskScannerTest::trash()
 {
     // Never created: empty, not unreadable.
-    auto size = DiskScanner::trashSize();
+    auto size = DiskScanner::trashSize(m_home->where());
     QVERIFY(size.has_value());
     QCOMPARE(size->count, 0);
     QCOMPARE(size->bytes, 0);
@@ -238,7 +240,7 @@ void DiskScannerTest::trash()
     const qint64 b = makeFile(files + u"folder/inner/b.bin"_s, 30'000);
     const qint64 hidden = makeFile(files + u".hidden"_s, 10);
     link(home(u"elsewhere"_s), files + u"link"_s);
-    size = DiskScanner::trashSize();
+    size = DiskScanner::trashSize(m_home->where());
     QVERIFY(size.has_value());
     QCOMPARE(size->count, 4);
     QCOMPARE(size->bytes, a + b + hidden + allocated(files + u"link"_s));
@@ -246,7 +248,7 @@ void DiskScannerTest::trash()
     // There, but not a folder that can be listed: unreadable.
     QDir(files).removeRecursively();
     makeFile(home(u".local/share/Trash/files"_s), 10);
-    QVERIFY(!DiskScanner::trashSize().has_value());
+    QVERIFY(!DiskScanner::trashSize(m_home->where()).has_value());
 }
 
 void DiskScannerTest::categories()
@@ -256,8 +258,8 @@ void DiskScannerTest::categories()
     const qint64 desk = makeFile(home(u"Desktop/x"_s), 1);
     QStringList names;
     const QStringList folders{home(u"SysApps"_s), home(u"Applications"_s)};
-    const auto result =
-        DiskScanner::categories([&](const QString &n) { names.append(n); }, folders);
+    const auto result = DiskScanner::categories([&](const QString &n) { names.append(n); },
+                                                m_home->where(), folders);
     QTRY_COMPARE(names,
                  (QStringList{u"Documents"_s, u"Applications"_s, u"Desktop"_s, u"Downloads"_s}));
     QCOMPARE(result.size(), 6);
@@ -271,7 +273,7 @@ void DiskScannerTest::categories()
     QCOMPARE(result[3].bytes, 0);
     QCOMPARE(result[4].name, u"Other"_s);
     QVERIFY(result[4].bytes >= 0);
-    const DiskUsage usage = SystemStats::diskUsage(u"/"_s);
+    const DiskUsage usage = ::volumeUsage(u"/"_s);
     // Free space moves while the test runs; allow for other writers.
     QVERIFY(qAbs(result[5].bytes - usage.free) < 512LL * 1024 * 1024);
     const qint64 other = std::max<qint64>(0, usage.total - usage.free - docs - apps - desk);
@@ -280,7 +282,8 @@ void DiskScannerTest::categories()
     const qint64 userApps = makeFile(home(u"Applications/B.app/b"_s), 9000);
     L10n::overrideForTesting(true);
     names.clear();
-    const auto zh = DiskScanner::categories([&](const QString &n) { names.append(n); }, folders);
+    const auto zh = DiskScanner::categories([&](const QString &n) { names.append(n); },
+                                            m_home->where(), folders);
     L10n::overrideForTesting(false);
     QCOMPARE(zh[1].bytes, apps + userApps);
     QCOMPARE(zh[1].name, u"应用程序"_s);
@@ -326,7 +329,7 @@ void DiskScannerTest::largeFileRules()
         ::close(fd);
     }
     QStringList found;
-    for (const CleanItem &item : DiskScanner::largeFiles(kBig, {})) {
+    for (const CleanItem &item : Cleaner::largeFiles(kBig, {}, m_home->where())) {
         QVERIFY(item.path.startsWith(home() + u'/'));
         QCOMPARE(item.category, CleanCategory::largeFiles);
         QCOMPARE(item.method, CleanMethod::trash);
@@ -341,7 +344,7 @@ void DiskScannerTest::largeFileRules()
     // The top-level names are skipped whatever they are, files included.
     QCOMPARE(QProcess::execute(u"rm"_s, {u"-rf"_s, home(u"node_modules"_s)}), 0);
     QVERIFY(makeFile(home(u"node_modules"_s), kBig) >= kBig);
-    const auto again = DiskScanner::largeFiles(kBig, {});
+    const auto again = Cleaner::largeFiles(kBig, {}, m_home->where());
     QCOMPARE(again.size(), listed.size());
 }
 
@@ -360,7 +363,7 @@ void DiskScannerTest::largeFileThreshold()
     QFETCH(bool, listed);
     // 10 bytes occupy a whole block: the threshold is judged by allocation, not length.
     const qint64 size = makeFile(home(u"Docs/tiny"_s), 10);
-    const auto found = DiskScanner::largeFiles(size + offset, {});
+    const auto found = Cleaner::largeFiles(size + offset, {}, m_home->where());
     QCOMPARE(found.size(), listed ? 1 : 0);
 }
 
@@ -377,7 +380,7 @@ void DiskScannerTest::largeFileOrderAndSubtitle()
         QVERIFY(f.open(QIODevice::ReadWrite));
         QVERIFY(f.setFileTime(stamp, QFileDevice::FileModificationTime));
     }
-    const auto found = DiskScanner::largeFiles(same, {});
+    const auto found = Cleaner::largeFiles(same, {}, m_home->where());
     QCOMPARE(found.size(), 7);
     QCOMPARE(found[0].title, u"huge"_s);
     QCOMPARE(found[0].bytes, bigger);
@@ -416,7 +419,8 @@ void DiskScannerTest::largeFileProgress()
     }
     makeFile(home(u"many/.dot"_s), 0);
     QList<qint64> reports;
-    DiskScanner::largeFiles(1LL << 40, [&](qint64 n) { reports.append(n); });
+    Cleaner::largeFiles(
+        1LL << 40, [&](qint64 n) { reports.append(n); }, m_home->where());
     QTRY_COMPARE(reports, (QList<qint64>{2000, 4000}));
     QTest::qWait(50);
     QCOMPARE(reports, (QList<qint64>{2000, 4000}));
@@ -427,19 +431,20 @@ void DiskScannerTest::largeFileProgress()
         QFile f(home(u"many/%1"_s.arg(i)));
         QVERIFY(f.open(QIODevice::WriteOnly));
     }
-    DiskScanner::largeFiles(1LL << 40, [&](qint64 n) { reports.append(n); });
+    Cleaner::largeFiles(
+        1LL << 40, [&](qint64 n) { reports.append(n); }, m_home->where());
     QTRY_COMPARE(reports, (QList<qint64>{2000, 4000, 6000}));
 }
 
 void DiskScannerTest::volumeUsage()
 {
-    const DiskUsage root = SystemStats::diskUsage(u"/"_s);
+    const DiskUsage root = ::volumeUsage(u"/"_s);
     QVERIFY(root.total > 0);
     QVERIFY(root.free >= 0 && root.free <= root.total);
-    const DiskUsage missing = SystemStats::diskUsage(home(u"does/not/exist"_s));
+    const DiskUsage missing = ::volumeUsage(home(u"does/not/exist"_s));
     QCOMPARE(missing.total, 0);
     QCOMPARE(missing.free, 0);
-    QCOMPARE(SystemStats::diskUsage(QString()).total, 0);
+    QCOMPARE(::volumeUsage(QString()).total, 0);
 }
 
 QTEST_GUILESS_MAIN(DiskScannerTest)

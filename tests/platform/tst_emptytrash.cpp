@@ -42,22 +42,29 @@ QStringList entries(const QString &folder)
     return QDir(folder).entryList(anyEntry, QDir::Name);
 }
 
+// The temporary home as the variables of the moment describe it (some cases move the
+// data home).
+Locations here()
+{
+    return Locations::fromEnvironment();
+}
+
 // What the Trash holds now, as a confirmation counts it.
 std::optional<Platform::TrashContents> counted()
 {
-    const std::optional<TrashSize> size = DiskScanner::trashSize();
+    const std::optional<TrashSize> size = DiskScanner::trashSize(here());
     return size ? std::optional(size->contents) : std::nullopt;
 }
 
 Platform::TrashEmptying emptyCounted()
 {
-    return Platform::emptyTrash(counted());
+    return Platform::emptyTrash(counted(), here().userFolders());
 }
 
 // What the user is told after emptying what is there now, or `emptied`.
 QString outcome()
 {
-    const TrashEmptyResult result = DiskScanner::emptyTrash(counted());
+    const TrashEmptyResult result = DiskScanner::emptyTrash(counted(), here());
     return result.code == TrashEmptyResult::Code::emptied && result.kept == 0
                ? emptied
                : Words::trashMessage(result);
@@ -166,7 +173,8 @@ class EmptyTrashTest : public QObject
         const QString work = home(u"work"_s);
         build(work, layout);
         for (const QString &name : entries(work))
-            QVERIFY2(Platform::moveToTrash(work + u'/' + name).moved, qPrintable(name));
+            QVERIFY2(Platform::moveToTrash(work + u'/' + name, u"/"_s, here().userFolders()).moved,
+                     qPrintable(name));
     }
 
     // Hands the home to an unprivileged user and becomes it, so permission bits hold for a
@@ -328,7 +336,7 @@ private Q_SLOTS:
         QVERIFY(!trashed.isEmpty());
         for (const QString &name : trashed)
             QVERIFY(entryExists(info() + u'/' + name + u".trashinfo"_s));
-        QCOMPARE(DiskScanner::trashSize().value_or(TrashSize{}).count, int(trashed.size()));
+        QCOMPARE(DiskScanner::trashSize(here()).value_or(TrashSize{}).count, int(trashed.size()));
         const QStringList outside = snapshot(m_home->path(), trash());
         for (const QString &entry : modes) {
             const QByteArray path = native(trash() + u'/' + entry.section(u'=', 0, 0));
@@ -343,7 +351,7 @@ private Q_SLOTS:
         QCOMPARE(entries(info()), QStringList{u"orphan.trashinfo"_s});
         QCOMPARE(entries(trash()), (QStringList{u"files"_s, u"info"_s, u"unrelated.txt"_s}));
         QCOMPARE(snapshot(m_home->path(), trash()), outside);
-        const std::optional<TrashSize> size = DiskScanner::trashSize();
+        const std::optional<TrashSize> size = DiskScanner::trashSize(here());
         QVERIFY(size.has_value());
         QCOMPARE(size->bytes, qint64(0));
         QCOMPARE(size->count, 0);
@@ -385,7 +393,8 @@ private Q_SLOTS:
             trashLayout({u"late.txt"_s});
         const QStringList keptTree = snapshot(files() + u"/box"_s);
 
-        const Platform::TrashEmptying result = Platform::emptyTrash(confirmed);
+        const Platform::TrashEmptying result =
+            Platform::emptyTrash(confirmed, here().userFolders());
 
         QVERIFY(result.emptied);
         QCOMPARE(result.remaining, 0);
@@ -418,7 +427,7 @@ private Q_SLOTS:
             std::atomic<bool> started{false};
             std::thread emptying([&] {
                 started = true;
-                Platform::emptyTrash(confirmed);
+                Platform::emptyTrash(confirmed, here().userFolders());
             });
             while (!started)
                 std::this_thread::yield();
@@ -564,7 +573,7 @@ private Q_SLOTS:
             L10n::overrideForTesting(zh);
             QCOMPARE(outcome(), remainText(int(top.size()), zh));
         }
-        QCOMPARE(DiskScanner::trashSize().value_or(TrashSize{}).count, int(top.size()));
+        QCOMPARE(DiskScanner::trashSize(here()).value_or(TrashSize{}).count, int(top.size()));
     }
 
     void deepTreeIsRemoved_data()
@@ -604,7 +613,7 @@ private Q_SLOTS:
         QCOMPARE(entries(u"/proc/self/fd"_s).size(), open);
         QCOMPARE(entries(files()), QStringList());
         QCOMPARE(entries(info()), QStringList());
-        QCOMPARE(DiskScanner::trashSize().value_or(TrashSize{-1, -1, {}}).count, 0);
+        QCOMPARE(DiskScanner::trashSize(here()).value_or(TrashSize{-1, -1, {}}).count, 0);
     }
 };
 

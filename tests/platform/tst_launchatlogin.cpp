@@ -87,20 +87,24 @@ private Q_SLOTS:
 
     void onAndOff()
     {
-        QVERIFY(!Login::enabled());
-        QCOMPARE(Login::set(true).value_or(kDone), kDone);
-        QVERIFY(Login::enabled());
+        QVERIFY(!Login::enabled(Locations::fromEnvironment().userFolders()));
+        QCOMPARE(Login::set(Locations::fromEnvironment().userFolders(), true).value_or(kDone),
+                 kDone);
+        QVERIFY(Login::enabled(Locations::fromEnvironment().userFolders()));
         QCOMPARE(execProgram(entry()), QCoreApplication::applicationFilePath());
         const std::optional<QByteArray> complaints = validatorErrors(entry());
         QCOMPARE(complaints.value_or(QByteArray()), QByteArray());
         // Missing folders are made private to the user.
         QVERIFY(!(QFile::permissions(config()) & (QFile::ReadGroup | QFile::ReadOther)));
         // On again is no failure, nor is off when already off.
-        QCOMPARE(Login::set(true).value_or(kDone), kDone);
-        QCOMPARE(Login::set(false).value_or(kDone), kDone);
+        QCOMPARE(Login::set(Locations::fromEnvironment().userFolders(), true).value_or(kDone),
+                 kDone);
+        QCOMPARE(Login::set(Locations::fromEnvironment().userFolders(), false).value_or(kDone),
+                 kDone);
         QVERIFY(!QFileInfo::exists(entry()));
-        QVERIFY(!Login::enabled());
-        QCOMPARE(Login::set(false).value_or(kDone), kDone);
+        QVERIFY(!Login::enabled(Locations::fromEnvironment().userFolders()));
+        QCOMPARE(Login::set(Locations::fromEnvironment().userFolders(), false).value_or(kDone),
+                 kDone);
         if (!complaints)
             QSKIP("desktop-file-validate is not installed: the entry went unchecked");
     }
@@ -143,16 +147,17 @@ private Q_SLOTS:
         QFETCH(QByteArray, text);
         QFETCH(bool, on);
         writeText(entry(), text);
-        QCOMPARE(Login::enabled(), on);
+        QCOMPARE(Login::enabled(Locations::fromEnvironment().userFolders()), on);
     }
 
     // A file where the autostart folder must go: the switch has to report it and stay off.
     void blockedFolder()
     {
         writeText(config() + u"/autostart"_s, "not a folder");
-        const std::optional<QString> error = Login::set(true);
+        const std::optional<QString> error =
+            Login::set(Locations::fromEnvironment().userFolders(), true);
         QVERIFY(error && !error->isEmpty());
-        QVERIFY(!Login::enabled());
+        QVERIFY(!Login::enabled(Locations::fromEnvironment().userFolders()));
     }
 
     // XDG ignores a relative value, and so must the working folder: it means ~/.config.
@@ -161,7 +166,8 @@ private Q_SLOTS:
         qputenv("XDG_CONFIG_HOME", "cfg");
         const QString previous = QDir::currentPath();
         QVERIFY(QDir::setCurrent(m_home->path()));
-        const std::optional<QString> error = Login::set(true);
+        const std::optional<QString> error =
+            Login::set(Locations::fromEnvironment().userFolders(), true);
         QVERIFY(QDir::setCurrent(previous));
         QCOMPARE(error.value_or(kDone), kDone);
         QVERIFY(QFileInfo::exists(m_home->file(u".config/autostart/quorvel.desktop"_s)));
@@ -178,7 +184,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     if (qEnvironmentVariableIsSet(kWriteEntry))
-        return Login::set(true) ? 1 : 0;
+        return Login::set(Locations::fromEnvironment().userFolders(), true) ? 1 : 0;
     LaunchAtLoginTest test;
     return QTest::qExec(&test, argc, argv);
 }

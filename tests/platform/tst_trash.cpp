@@ -179,7 +179,8 @@ private Q_SLOTS:
         writeFile(folder ? original + u"/inside.txt"_s : original, "kept");
         const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(testZoneOffset - 1);
 
-        const Platform::TrashMove move = Platform::moveToTrash(original + suffix);
+        const Platform::TrashMove move = Platform::moveToTrash(
+            original + suffix, u"/"_s, Locations::fromEnvironment().userFolders());
 
         const QDateTime after = QDateTime::currentDateTimeUtc().addSecs(testZoneOffset + 1);
         QVERIFY(move.moved);
@@ -225,10 +226,12 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(cwd) && QDir::setCurrent(cwd));
         writeFile(m_work + u"/item.txt"_s, "x");
 
-        QCOMPARE(Platform::homeTrashItemsPath(), expected + u"/files"_s);
+        QCOMPARE(Platform::homeTrashItemsPath(Locations::fromEnvironment().userFolders()),
+                 expected + u"/files"_s);
         QVERIFY2(!entryExists(expected), "asking for the path must not create the Trash");
 
-        const Platform::TrashMove move = Platform::moveToTrash(u"../item.txt"_s);
+        const Platform::TrashMove move = Platform::moveToTrash(
+            u"../item.txt"_s, u"/"_s, Locations::fromEnvironment().userFolders());
 
         QVERIFY(move.moved);
         QCOMPARE(move.trashedPath, expected + u"/files/item.txt"_s);
@@ -283,7 +286,8 @@ private Q_SLOTS:
         for (int i = 0; i < storedNames.size(); ++i) {
             originals << m_work + u'/' + QString::number(i) + u'/' + name;
             writeFile(originals.last(), QByteArray::number(i));
-            const Platform::TrashMove move = Platform::moveToTrash(originals.last());
+            const Platform::TrashMove move = Platform::moveToTrash(
+                originals.last(), u"/"_s, Locations::fromEnvironment().userFolders());
             QVERIFY(move.moved);
             QCOMPARE(move.trashedPath, trash() + u"/files/"_s + storedNames.at(i));
         }
@@ -325,7 +329,8 @@ private Q_SLOTS:
         const QString link = m_work + u"/link"_s;
         QVERIFY(QFile::link(targetPath, link));
 
-        const Platform::TrashMove move = Platform::moveToTrash(link + suffix);
+        const Platform::TrashMove move = Platform::moveToTrash(
+            link + suffix, u"/"_s, Locations::fromEnvironment().userFolders());
 
         QVERIFY(move.moved);
         QCOMPARE(move.trashedPath, trash() + u"/files/link"_s);
@@ -371,7 +376,8 @@ private Q_SLOTS:
         path.replace(u'~', m_home->path());
         const bool existed = !path.isEmpty() && entryExists(path);
 
-        const Platform::TrashMove move = Platform::moveToTrash(path);
+        const Platform::TrashMove move =
+            Platform::moveToTrash(path, u"/"_s, Locations::fromEnvironment().userFolders());
 
         QVERIFY(!move.moved);
         QCOMPARE(move.failure, failure);
@@ -412,7 +418,8 @@ private Q_SLOTS:
             writeFile(m_home->file(obstacle), "obstacle");
         }
 
-        const Platform::TrashMove move = Platform::moveToTrash(item);
+        const Platform::TrashMove move =
+            Platform::moveToTrash(item, u"/"_s, Locations::fromEnvironment().userFolders());
 
         QVERIFY(!move.moved);
         QCOMPARE(move.failure, readOnly ? TrashFailure::permissionDenied : TrashFailure::noTrash);
@@ -478,7 +485,8 @@ private Q_SLOTS:
         const QString item = scratch.filePath(u"in shm.txt"_s);
         writeFile(item, "shm");
 
-        const Platform::TrashMove move = Platform::moveToTrash(item);
+        const Platform::TrashMove move =
+            Platform::moveToTrash(item, u"/"_s, Locations::fromEnvironment().userFolders());
         trashed = move.trashedPath;
 
         QVERIFY(move.moved);
@@ -505,7 +513,8 @@ private Q_SLOTS:
         std::vector<Platform::TrashMove> moves(2 * perThread);
         const auto run = [&](int first) {
             for (int i = first; i < first + perThread; ++i)
-                moves[i] = Platform::moveToTrash(originals.at(i));
+                moves[i] = Platform::moveToTrash(originals.at(i), u"/"_s,
+                                                 Locations::fromEnvironment().userFolders());
         };
         std::thread one(run, 0);
         std::thread two(run, perThread);

@@ -58,7 +58,8 @@ struct Page
         fake.emptyTrash = [disk = disk](const std::optional<Platform::TrashContents> &) {
             return ++disk->empties, TrashEmptyResult{};
         };
-        model = std::make_unique<OverviewModel>(real ? OverviewModel::Services::real() : fake);
+        model = std::make_unique<OverviewModel>(
+            real ? OverviewModel::Services::real(Locations::fromEnvironment()) : fake);
         const auto setLogin = [this](bool on) {
             loginAsked.append(on);
             loginOn = loginAccepts ? on : loginOn;

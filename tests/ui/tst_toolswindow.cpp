@@ -1,5 +1,6 @@
 #include "common/TestHome.h"
 #include "core/models/Nav.h"
+#include "core/models/OverviewModel.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 #include "core/updates/AppUpdater.h"
@@ -48,7 +49,12 @@ class ToolsWindowTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { m_home = std::make_unique<TestHome>(); }
+    void initTestCase()
+    {
+        m_home = std::make_unique<TestHome>();
+        m_overview =
+            std::make_unique<OverviewModel>(OverviewModel::Services::real(m_home->where()));
+    }
     void init()
     {
         L10n::overrideForTesting(false);
@@ -87,6 +93,7 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<TestHome> m_home;
+    std::unique_ptr<OverviewModel> m_overview;
 };
 
 void ToolsWindowTest::sidebar_data()
@@ -107,7 +114,7 @@ void ToolsWindowTest::sidebar()
     QFETCH(bool, zh);
     QFETCH(QStringList, titles);
     L10n::overrideForTesting(zh);
-    std::unique_ptr<ToolsWindow> window(new ToolsWindow);
+    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_home->where(), *m_overview));
     QCOMPARE(window->windowTitle(), u"Quorvel"_s);
     QCOMPARE(window->size(), QSize(900, 620));
     QListWidget *list = window->sidebar();
@@ -150,7 +157,7 @@ void ToolsWindowTest::navigation()
     QFETCH(int, row);
     QFETCH(QString, kind);
     QFETCH(QStringList, sections);
-    std::unique_ptr<ToolsWindow> window(new ToolsWindow);
+    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_home->where(), *m_overview));
     QPointer<QWidget> before = window->currentPage();
 
     Nav::shared().setPage(page);
@@ -175,7 +182,7 @@ void ToolsWindowTest::windowKeepsScanAcrossPages()
     writeFile(m_home->file(u"Library/Caches/keep.one/a"_s), 5000);
     writeFile(m_home->file(u"Library/Caches/keep.two/b"_s), 5000);
     Nav::shared().setPage(ToolPage::cleanup);
-    std::unique_ptr<ToolsWindow> window(new ToolsWindow);
+    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_home->where(), *m_overview));
     CleanModel &model = window->cleanModel(ToolPage::cleanup);
     QVERIFY(!model.scanned() && !model.scanning());
     window->show();
@@ -214,7 +221,7 @@ void ToolsWindowTest::removalMovesToTrash()
     const int logLines = lineCount(log);
 
     Nav::shared().setPage(ToolPage::cleanup);
-    std::unique_ptr<ToolsWindow> window(new ToolsWindow);
+    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_home->where(), *m_overview));
     window->show();
     CleanModel &model = window->cleanModel(ToolPage::cleanup);
     QVERIFY(waitIdle(model));
@@ -264,7 +271,7 @@ void ToolsWindowTest::removalMovesToTrash()
 void ToolsWindowTest::closingDiscardsModels()
 {
     Nav::shared().setPage(ToolPage::cleanup);
-    auto *first = new ToolsWindow;
+    auto *first = new ToolsWindow(m_home->where(), *m_overview);
     first->show();
     QPointer<CleanModel> model = &first->cleanModel(ToolPage::cleanup);
     QPointer<AppUpdater> updater = &first->updater();
@@ -273,7 +280,7 @@ void ToolsWindowTest::closingDiscardsModels()
     QTRY_VERIFY(model.isNull());
     QVERIFY(updater.isNull());
 
-    std::unique_ptr<ToolsWindow> second(new ToolsWindow);
+    std::unique_ptr<ToolsWindow> second(new ToolsWindow(m_home->where(), *m_overview));
     QCOMPARE(second->sidebar()->currentRow(), 1); // the page survives, the models do not
     CleanModel &fresh = second->cleanModel(ToolPage::cleanup);
     QVERIFY(!fresh.scanned() && !fresh.scanning());

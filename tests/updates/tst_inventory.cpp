@@ -263,7 +263,7 @@ void InventoryTest::bundle()
     for (AppInfo &a : expected)
         a.path = folder + u'/' + a.path;
 
-    QCOMPARE(Inventory::applications({folder}), expected);
+    QCOMPARE(Inventory::applications({folder}, m_home->where()), expected);
 }
 
 void InventoryTest::folders_data()
@@ -295,7 +295,7 @@ void InventoryTest::folders()
         f.prepend(m_tree + u'/');
     for (QString &e : expected)
         e.prepend(m_tree + u'/');
-    QCOMPARE(pathsOf(Inventory::applications(folders)), expected);
+    QCOMPARE(pathsOf(Inventory::applications(folders, m_home->where())), expected);
 }
 
 // The inventory keeps the file system's order; compare against a readdir of our own.
@@ -319,17 +319,21 @@ void InventoryTest::listingOrder()
     }
     closedir(listing);
     QCOMPARE(expected.size(), names.size());
-    QCOMPARE(pathsOf(Inventory::applications({dir.path()})), expected);
+    QCOMPARE(pathsOf(Inventory::applications({dir.path()}, m_home->where())), expected);
 }
 
 void InventoryTest::defaults()
 {
     const QString homeApps = m_home->file(u"Applications"_s);
-    QCOMPARE(Inventory::defaultApplicationFolders(),
-             (QStringList{u"/Applications"_s, u"/Applications/Utilities"_s, homeApps}));
+    const Locations where = m_home->where();
+    const QStringList updatable = where.applicationFolders(Locations::Apps::updatable);
+    QCOMPARE(updatable, (QStringList{u"/Applications"_s, u"/Applications/Utilities"_s, homeApps}));
+    QCOMPARE(where.applicationFolders(Locations::Apps::userFacing),
+             (QStringList{u"/Applications"_s, homeApps}));
+    QCOMPARE(where.applicationFolders(Locations::Apps::installed).size(), 6);
 
     QVERIFY(writeBundle(homeApps + u"/Mine.app"_s, u"com.mine"_s));
-    const QList<AppInfo> apps = Inventory::applications();
+    const QList<AppInfo> apps = Inventory::applications(updatable, where);
     QVERIFY(pathsOf(apps).contains(homeApps + u"/Mine.app"_s));
     for (const AppInfo &a : apps)
         QVERIFY2(a.path.startsWith(u"/Applications/"_s) || a.path.startsWith(homeApps + u'/'),

@@ -1,9 +1,9 @@
 #include "core/cleanup/CleanScanners.h"
 
 #include "core/cleanup/ScanPrimitives.h"
+#include "core/disk/Listing.h"
 #include "core/text/PathText.h"
 
-#include <QDir>
 #include <QFile>
 #include <array>
 #include <sys/stat.h>
@@ -54,12 +54,12 @@ bool isProtectedCacheName(const QString &name)
 }
 
 // Every path that yields a size, as an item, largest first.
-QList<CleanItem> measured(const QStringList &paths, CleanCategory category)
+QList<CleanItem> measured(const QStringList &paths, CleanCategory category, const Locations &where)
 {
     QList<CleanItem> items;
     for (const QString &path : paths) {
         if (std::optional<CleanItem> item =
-                ScanPrimitives::measuredItem(path, category, CleanMethod::delete_))
+                ScanPrimitives::measuredItem(path, category, CleanMethod::delete_, where))
             items.append(*item);
     }
     ScanPrimitives::sortBySize(items);
@@ -68,52 +68,51 @@ QList<CleanItem> measured(const QStringList &paths, CleanCategory category)
 
 template <size_t N>
 QList<CleanItem> fixedLocations(const std::array<const char *, N> &locations,
-                                CleanCategory category)
+                                CleanCategory category, const Locations &where)
 {
     QStringList present;
     for (const char *location : locations) {
-        const QString path = ScanPrimitives::inHome(QString::fromUtf8(location));
+        const QString path = where.inHome(QString::fromUtf8(location));
         struct stat st;
         // A link here is not the tool's data but a pointer to somewhere else: not an item.
-        if (!ScanPrimitives::reachedThroughLink(path) &&
+        if (!Listing::reachedThroughLink(path, where) &&
             lstat(QFile::encodeName(path).constData(), &st) == 0 && !S_ISLNK(st.st_mode))
             present.append(path);
     }
-    return measured(present, category);
+    return measured(present, category, where);
 }
 
 } // namespace
 
-QList<CleanItem> userCaches(const QSet<QString> &excluding)
+QList<CleanItem> userCaches(const Locations &where, const QSet<QString> &excluding)
 {
     QSet<QString> excluded;
     for (const QString &path : excluding)
         excluded.insert(PathText::standardized(path));
     QStringList candidates;
-    for (const QString &path : ScanPrimitives::children(QDir::homePath() + u"/Library/Caches"_s)) {
+    for (const QString &path : Listing::children(where.library(u"Caches"_s), where)) {
         const QString name = PathText::lastComponent(path);
         if (name.startsWith(u"com.apple."_s) || isProtectedCacheName(name) ||
             excluding.contains(path) || excluded.contains(PathText::standardized(path)))
             continue;
         candidates.append(path);
     }
-    return measured(candidates, CleanCategory::userCache);
+    return measured(candidates, CleanCategory::userCache, where);
 }
 
-QList<CleanItem> logs()
+QList<CleanItem> logs(const Locations &where)
 {
-    return measured(ScanPrimitives::children(QDir::homePath() + u"/Library/Logs"_s),
-                    CleanCategory::logs);
+    return measured(Listing::children(where.library(u"Logs"_s), where), CleanCategory::logs, where);
 }
 
-QList<CleanItem> aiClutter()
+QList<CleanItem> aiClutter(const Locations &where)
 {
-    return fixedLocations(kAiLocations, CleanCategory::ai);
+    return fixedLocations(kAiLocations, CleanCategory::ai, where);
 }
 
-QList<CleanItem> developerJunk()
+QList<CleanItem> developerJunk(const Locations &where)
 {
-    return fixedLocations(kDeveloperLocations, CleanCategory::developer);
+    return fixedLocations(kDeveloperLocations, CleanCategory::developer, where);
 }
 
 } // namespace Cleaner

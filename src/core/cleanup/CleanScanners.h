@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/cleanup/CleanItem.h"
+#include "core/system/Locations.h"
 #include "platform/Workspace.h"
 
 #include <QDateTime>
@@ -8,6 +9,7 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <optional>
 
 // The read-only scans that fill the clean-up lists. They never fail: whatever cannot be
@@ -28,29 +30,32 @@ struct AppScanServices
 
 // ~/Library/Caches entries, without com.apple.*, the protected names and `excluding`
 // (full paths another scanner of the same page already listed).
-QList<CleanItem> userCaches(const QSet<QString> &excluding = {});
+QList<CleanItem> userCaches(const Locations &where, const QSet<QString> &excluding = {});
 // ~/Library/Logs entries.
-QList<CleanItem> logs();
+QList<CleanItem> logs(const Locations &where);
 // The fixed AI-tool and developer locations, each as one item.
-QList<CleanItem> aiClutter();
-QList<CleanItem> developerJunk();
+QList<CleanItem> aiClutter(const Locations &where);
+QList<CleanItem> developerJunk(const Locations &where);
 
-// Folders searched for installed applications, in order.
-QStringList defaultInstalledAppFolders();
-// Bundle identifiers of installed and running applications, as written in Info.plist.
-QSet<QString> installedBundleIDs(const QStringList &folders = defaultInstalledAppFolders(),
+// Bundle identifiers of installed and running applications, as written in Info.plist;
+// `folders` are searched in order (Locations::Apps::installed).
+QSet<QString> installedBundleIDs(const QStringList &folders, const Locations &where,
                                  const AppScanServices &services = {});
 // Library entries named after applications that are no longer installed.
-QList<CleanItem> leftovers(const QStringList &appFolders = defaultInstalledAppFolders(),
+QList<CleanItem> leftovers(const QStringList &appFolders, const Locations &where,
                            const AppScanServices &services = {});
 
-// /Applications and ~/Applications.
-QStringList defaultUnusedAppFolders();
 // The later of Spotlight's last-used date and the executable's access date. Reads only
 // the bundle's Info.plist and the executable's metadata, never the executable itself.
 std::optional<QDateTime> lastUsed(const QString &appPath, const AppScanServices &services = {});
-// Applications not opened for `days` days.
-QList<CleanItem> unusedApps(int days, const QStringList &folders = defaultUnusedAppFolders(),
+// Applications not opened for `days` days, in `folders` (Locations::Apps::userFacing).
+QList<CleanItem> unusedApps(int days, const QStringList &folders, const Locations &where,
                             const AppScanServices &services = {});
+
+// Every file in the home folder whose allocated size reaches `minBytes`, largest first
+// (equal sizes in walk order). `progress` gets the visited count at every 2,000th entry,
+// on the main thread.
+QList<CleanItem> largeFiles(qint64 minBytes, const std::function<void(qint64)> &progress,
+                            const Locations &where);
 
 } // namespace Cleaner

@@ -31,7 +31,7 @@ Failure failureOf(const Platform::TrashMove &move)
 
 } // namespace
 
-Result remove(const QList<CleanItem> &items, const TrashMover &mover)
+Result remove(const QList<CleanItem> &items, const Locations &where, const TrashMover &mover)
 {
     Result result;
     for (const CleanItem &item : items) {
@@ -40,10 +40,11 @@ Result remove(const QList<CleanItem> &items, const TrashMover &mover)
         outcome.title = item.title;
         // The move acts on the very path the guard judged.
         const QString standard = PathText::standardized(item.path);
-        if (const auto refused = SafetyGuard::refusal(item.path, item.category)) {
+        if (const auto refused = SafetyGuard::refusal(item.path, item.category, where)) {
             outcome.kind = Outcome::Kind::refused;
             outcome.refusal = refused;
-        } else if (const Platform::TrashMove move = mover(standard, SafetyGuard::anchor(standard));
+        } else if (const Platform::TrashMove move =
+                       mover(standard, SafetyGuard::anchor(standard, where));
                    !move.moved) {
             outcome.failure = failureOf(move);
             outcome.errorCode = move.errorCode;
@@ -57,45 +58,20 @@ Result remove(const QList<CleanItem> &items, const TrashMover &mover)
                 move.trashedPath.isEmpty() ? QStringLiteral("Trash") : move.trashedPath;
             outcome.logFailure =
                 RemovalLog::append({rawValue(item.category), Fmt::bytes(item.bytes),
-                                    item.path + QStringLiteral(" → ") + destination});
+                                    item.path + QStringLiteral(" → ") + destination},
+                                   where);
         }
         result.items.append(std::move(outcome));
     }
     return result;
 }
 
-Result remove(const QList<CleanItem> &items)
+Result remove(const QList<CleanItem> &items, const Locations &where)
 {
-    return remove(items, [](const QString &path, const QString &anchor) {
-        return Platform::moveToTrash(path, anchor);
-    });
-}
-
-QString code(const Outcome &outcome)
-{
-    switch (outcome.kind) {
-    case Outcome::Kind::moved:
-        return QStringLiteral("moved");
-    case Outcome::Kind::refused:
-        return outcome.refusal ? SafetyGuard::rawValue(*outcome.refusal) : QStringLiteral("other");
-    case Outcome::Kind::failed:
-        break;
-    }
-    switch (outcome.failure) {
-    case Failure::missing:
-        return QStringLiteral("missing");
-    case Failure::permissionDenied:
-        return QStringLiteral("permissionDenied");
-    case Failure::noTrash:
-        return QStringLiteral("noTrash");
-    case Failure::crossDevice:
-        return QStringLiteral("crossDevice");
-    case Failure::nameTooLong:
-        return QStringLiteral("nameTooLong");
-    case Failure::other:
-        break;
-    }
-    return QStringLiteral("other");
+    return remove(items, where,
+                  [user = where.userFolders()](const QString &path, const QString &anchor) {
+                      return Platform::moveToTrash(path, anchor, user);
+                  });
 }
 
 } // namespace Cleaner

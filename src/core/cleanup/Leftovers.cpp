@@ -2,6 +2,7 @@
 
 #include "core/cleanup/LeftoverRules.h"
 #include "core/cleanup/ScanPrimitives.h"
+#include "core/disk/Listing.h"
 #include "core/text/L10n.h"
 
 #include <QDir>
@@ -35,18 +36,19 @@ constexpr std::array<LibraryFolder, 9> kLibraryFolders{{
     {"Logs", "Logs", "日志", nullptr},
 }};
 
-QStringList bundlePaths(const QStringList &folders, const AppScanServices &services)
+QStringList bundlePaths(const QStringList &folders, const Locations &where,
+                        const AppScanServices &services)
 {
-    using ScanPrimitives::Hidden;
+    using Listing::Hidden;
     QStringList paths;
     for (const QString &folder : folders) {
-        for (const QString &name : ScanPrimitives::entryNames(folder, Hidden::keep)) {
+        for (const QString &name : Listing::entryNames(folder, where, Hidden::keep)) {
             const QString path = folder + u'/' + name;
             if (name.endsWith(u".app"_s)) {
                 paths.append(path);
                 continue;
             }
-            for (const QString &inner : ScanPrimitives::entryNames(path, Hidden::keep)) {
+            for (const QString &inner : Listing::entryNames(path, where, Hidden::keep)) {
                 if (inner.endsWith(u".app"_s))
                     paths.append(path + u'/' + inner);
             }
@@ -61,19 +63,10 @@ QStringList bundlePaths(const QStringList &folders, const AppScanServices &servi
 
 } // namespace
 
-QStringList defaultInstalledAppFolders()
+QSet<QString> installedBundleIDs(const QStringList &folders, const Locations &where,
+                                 const AppScanServices &services)
 {
-    return {u"/Applications"_s,
-            u"/Applications/Utilities"_s,
-            u"/System/Applications"_s,
-            u"/System/Applications/Utilities"_s,
-            u"/System/Library/CoreServices"_s,
-            QDir::homePath() + u"/Applications"_s};
-}
-
-QSet<QString> installedBundleIDs(const QStringList &folders, const AppScanServices &services)
-{
-    QStringList paths = bundlePaths(folders, services);
+    QStringList paths = bundlePaths(folders, where, services);
     paths.removeDuplicates();
     QSet<QString> ids;
     for (const QString &path : std::as_const(paths)) {
@@ -89,10 +82,11 @@ QSet<QString> installedBundleIDs(const QStringList &folders, const AppScanServic
     return ids;
 }
 
-QList<CleanItem> leftovers(const QStringList &appFolders, const AppScanServices &services)
+QList<CleanItem> leftovers(const QStringList &appFolders, const Locations &where,
+                           const AppScanServices &services)
 {
-    const KnownApps known = KnownApps::from(installedBundleIDs(appFolders, services));
-    const QString library = QDir::homePath() + u"/Library/"_s;
+    const KnownApps known = KnownApps::from(installedBundleIDs(appFolders, where, services));
+    const QString library = where.library(QString());
     QList<CleanItem> items;
     for (const LibraryFolder &place : kLibraryFolders) {
         const QString folder = QString::fromUtf8(place.folder);
@@ -100,7 +94,7 @@ QList<CleanItem> leftovers(const QStringList &appFolders, const AppScanServices 
             L10n::pick(QString::fromUtf8(place.english), QString::fromUtf8(place.chinese)) +
             u" · ~/Library/"_s + folder;
         const QString ending = place.ending ? QString::fromUtf8(place.ending) : QString();
-        for (const QString &name : ScanPrimitives::entryNames(library + folder)) {
+        for (const QString &name : Listing::entryNames(library + folder, where)) {
             if (!ending.isEmpty() && !name.endsWith(ending))
                 continue;
             const QString tested = name.left(name.size() - ending.size());

@@ -3,10 +3,8 @@
 #include "core/text/PathText.h"
 
 #include <QDateTime>
-#include <QDir>
 #include <QFile>
 
-#include <array>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,15 +13,7 @@
 namespace RemovalLog {
 namespace {
 
-constexpr std::array<const char *, 3> kFolders{"Library", "Logs", "Quorvel"};
-constexpr const char *kFile = "removals.log";
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-const QString &home()
-{
-    static const QString location = QDir::homePath();
-    return location;
-}
 
 // `name` inside `dirFd` as a real folder, created private when missing; -1 with errno.
 int folderIn(int dirFd, const char *name)
@@ -38,13 +28,16 @@ int folderIn(int dirFd, const char *name)
 
 // The log's folder: the home folder (which may sit behind a link), then each folder below it
 // without following one; the last must be the user's own.
-int openFolder()
+int openFolder(const Locations &where)
 {
-    int fd = ::open(QFile::encodeName(home()).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    for (const char *name : kFolders) {
+    const QString home = where.home();
+    const QByteArray below =
+        QFile::encodeName(where.removalLogFolder().mid(home.size() + (home == u"/" ? 0 : 1)));
+    int fd = ::open(QFile::encodeName(home).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (const QByteArray &name : below.split('/')) {
         if (fd < 0)
             return -1;
-        const int next = folderIn(fd, name);
+        const int next = folderIn(fd, name.constData());
         const int error = errno;
         ::close(fd);
         errno = error;
@@ -61,25 +54,22 @@ int openFolder()
 
 } // namespace
 
-QString path()
-{
-    return home() + QStringLiteral("/Library/Logs/Quorvel/") + QLatin1String(kFile);
-}
-
-std::optional<int> append(const QStringList &fields)
+std::optional<int> append(const QStringList &fields, const Locations &where)
 {
     QString line = QDateTime::currentDateTimeUtc().toString(Qt::ISODate);
     for (const QString &field : fields)
         line += u'\t' + PathText::escaped(field);
     const QByteArray entry = (line + u'\n').toUtf8();
 
-    const int folder = openFolder();
+    const QByteArray file = QFile::encodeName(PathText::lastComponent(where.removalLog()));
+    const int folder = openFolder(where);
     if (folder < 0)
         return errno;
     // O_APPEND makes every write land at the end, so concurrent removals interleave whole
     // lines. O_NONBLOCK keeps a planted pipe from holding the removal up.
-    const int fd = ::openat(
-        folder, kFile, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    const int fd =
+        ::openat(folder, file.constData(),
+                 O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
     const int openError = errno;
     ::close(folder);
     if (fd < 0)

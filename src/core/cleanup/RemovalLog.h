@@ -1,14 +1,13 @@
 #pragma once
 
+#include "core/system/Locations.h"
+
 #include <QString>
 #include <QStringList>
 #include <optional>
 
-// The user's append-only record of every move to the Trash.
+// The user's append-only record of every move to the Trash, at Locations::removalLog().
 namespace RemovalLog {
-
-// ~/Library/Logs/Quorvel/removals.log, fixed at first use.
-QString path();
 
 // Appends "<UTC time stamp>\t<field>\t<field>…\n" in one write to the file opened for
 // appending, each field escaped (PathText::escaped) so that one call is always one line.
@@ -16,6 +15,6 @@ QString path();
 // file 0600) and reached without following a link: a log or folder that is a link, a log
 // folder owned by someone else, or a log that is no regular file gets nothing. Never
 // truncates. nullopt when the line was written, else the errno that stopped it.
-std::optional<int> append(const QStringList &fields);
+std::optional<int> append(const QStringList &fields, const Locations &where);
 
 } // namespace RemovalLog

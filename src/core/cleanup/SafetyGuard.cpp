@@ -4,20 +4,12 @@
 #include "core/text/PathText.h"
 #include "platform/NoLinkPath.h"
 
-#include <QDir>
 #include <QFile>
 #include <QStringList>
 #include <array>
 
 namespace SafetyGuard {
 namespace {
-
-// $HOME as this process sees it, fixed at first use (thread-safe static init).
-const QString &home()
-{
-    static const QString path = PathText::standardized(QDir::homePath());
-    return path;
-}
 
 constexpr std::array<const char16_t *, 18> kProtectedPaths{
     u"Library/Mail",
@@ -83,9 +75,9 @@ QStringList allowedPrefixes(CleanCategory category)
 
 // The move resolves every folder on the way; a link among them would carry it somewhere
 // no rule above has judged. The item itself may be a link: it moves as one.
-std::optional<Refusal> linkRefusal(const QString &standard)
+std::optional<Refusal> linkRefusal(const QString &standard, const Locations &where)
 {
-    const QString base = anchor(standard);
+    const QString base = anchor(standard, where);
     const QString parent = PathText::parentFolder(standard);
     QByteArray relative;
     if (!Platform::NoLinkPath::relativeTo(QFile::encodeName(base), QFile::encodeName(parent),
@@ -96,13 +88,14 @@ std::optional<Refusal> linkRefusal(const QString &standard)
     return std::nullopt;
 }
 
-std::optional<Refusal> applicationRefusal(const QString &path, const QString &standard)
+std::optional<Refusal> applicationRefusal(const QString &path, const QString &standard,
+                                          const QString &home)
 {
     // Extension and parent come from the path as passed, not from the standardised one.
     if (PathText::extension(path) != u"app")
         return Refusal::notAnApplication;
     const QString parent = PathText::parentFolder(path);
-    if (parent != u"/Applications" && parent != home() + QStringLiteral("/Applications"))
+    if (parent != u"/Applications" && parent != home + QStringLiteral("/Applications"))
         return Refusal::notAnApplication;
     const auto info = PlistReader::readDictionary(standard + QStringLiteral("/Contents/Info.plist"),
                                                   {QStringLiteral("CFBundleIdentifier")});
@@ -117,45 +110,28 @@ std::optional<Refusal> applicationRefusal(const QString &path, const QString &st
 
 } // namespace
 
-QString rawValue(Refusal refusal)
+QString anchor(const QString &standardPath, const Locations &where)
 {
-    switch (refusal) {
-    case Refusal::outsideHome:
-        return QStringLiteral("outsideHome");
-    case Refusal::insideLibrary:
-        return QStringLiteral("insideLibrary");
-    case Refusal::protectedLocation:
-        return QStringLiteral("protectedLocation");
-    case Refusal::protectedExtension:
-        return QStringLiteral("protectedExtension");
-    case Refusal::notCleanable:
-        return QStringLiteral("notCleanable");
-    case Refusal::notAnApplication:
-        return QStringLiteral("notAnApplication");
-    case Refusal::appleApplication:
-        return QStringLiteral("appleApplication");
-    case Refusal::symbolicLink:
-        break;
-    }
-    return QStringLiteral("symbolicLink");
+    return standardPath.startsWith(where.home() + u'/') ? where.home() : QStringLiteral("/");
 }
 
-QString anchor(const QString &standardPath)
+bool isProtectedExtension(QStringView extension)
 {
-    const QString &h = home();
-    return standardPath.startsWith(h + u'/') ? h : QStringLiteral("/");
+    return std::any_of(kBadExtensions.begin(), kBadExtensions.end(), [&](const char16_t *bad) {
+        return extension.compare(QStringView(bad), Qt::CaseInsensitive) == 0;
+    });
 }
 
-std::optional<Refusal> refusal(const QString &path, CleanCategory category)
+std::optional<Refusal> refusal(const QString &path, CleanCategory category, const Locations &where)
 {
     const QString p = PathText::standardized(path);
     if (category == CleanCategory::unusedApps) {
-        if (auto refused = applicationRefusal(path, p))
+        if (auto refused = applicationRefusal(path, p, where.home()))
             return refused;
-        return linkRefusal(p);
+        return linkRefusal(p, where);
     }
 
-    const QString &h = home();
+    const QString &h = where.home();
     if (!p.startsWith(h + u'/'))
         return Refusal::outsideHome;
     const QString rel = p.mid(h.size() + 1);
@@ -170,11 +146,8 @@ std::optional<Refusal> refusal(const QString &path, CleanCategory category)
         if (rel == e || rel.startsWith(e + u'/'))
             return Refusal::protectedLocation;
     }
-    const QString ext = PathText::extension(path).toLower();
-    for (const char16_t *bad : kBadExtensions) {
-        if (ext == QStringView(bad))
-            return Refusal::protectedExtension;
-    }
+    if (isProtectedExtension(PathText::extension(path)))
+        return Refusal::protectedExtension;
     if (rel.contains(u"Backups.backupdb") || rel.startsWith(u".Trash"))
         return Refusal::protectedLocation;
     const QStringList prefixes = allowedPrefixes(category);
@@ -183,7 +156,7 @@ std::optional<Refusal> refusal(const QString &path, CleanCategory category)
     });
     if (!admitted)
         return Refusal::notCleanable;
-    return linkRefusal(p);
+    return linkRefusal(p, where);
 }
 
 } // namespace SafetyGuard

@@ -3,6 +3,7 @@
 #include "core/AppIdentity.h"
 #include "core/cleanup/ScanPrimitives.h"
 #include "core/disk/DiskScanner.h"
+#include "core/disk/Listing.h"
 #include "core/text/L10n.h"
 #include "core/text/PathText.h"
 #include "platform/DateText.h"
@@ -75,11 +76,6 @@ QSet<QString> runningBundlePaths(const AppScanServices &services)
 
 } // namespace
 
-QStringList defaultUnusedAppFolders()
-{
-    return {u"/Applications"_s, QDir::homePath() + u"/Applications"_s};
-}
-
 std::optional<QDateTime> lastUsed(const QString &appPath, const AppScanServices &services)
 {
     const std::optional<QDateTime> spotlight = spotlightDate(appPath, services.mdls);
@@ -96,7 +92,8 @@ std::optional<QDateTime> lastUsed(const QString &appPath, const AppScanServices 
     return accessed;
 }
 
-QList<CleanItem> unusedApps(int days, const QStringList &folders, const AppScanServices &services)
+QList<CleanItem> unusedApps(int days, const QStringList &folders, const Locations &where,
+                            const AppScanServices &services)
 {
     const QDateTime now = services.now.isValid() ? services.now : QDateTime::currentDateTimeUtc();
     const QDateTime cutoff = now.addSecs(-qint64(days) * 86400);
@@ -105,8 +102,7 @@ QList<CleanItem> unusedApps(int days, const QStringList &folders, const AppScanS
     const QString lastOpened = L10n::pick(u"Last opened"_s, u"最后打开"_s);
     QList<CleanItem> items;
     for (const QString &folder : folders) {
-        for (const QString &name :
-             ScanPrimitives::entryNames(folder, ScanPrimitives::Hidden::keep)) {
+        for (const QString &name : Listing::entryNames(folder, where, Listing::Hidden::keep)) {
             if (!name.endsWith(u".app"_s))
                 continue;
             const QString path = folder + u'/' + name;

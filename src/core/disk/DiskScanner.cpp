@@ -1,12 +1,12 @@
 #include "core/disk/DiskScanner.h"
 
+#include "core/disk/DiskUsage.h"
 #include "core/disk/DiskWalker.h"
 #include "core/disk/ParallelSize.h"
-#include "core/health/SystemStats.h"
-#include "core/text/L10n.h"
 #include "core/util/MainThread.h"
+#include "core/words/DiskWords.h"
+#include "platform/DirReader.h"
 #include "platform/Trash.h"
-#include "platform/Workspace.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -70,11 +70,6 @@ bool existsAt(const QString &path)
 
 } // namespace
 
-qint64 itemSize(const QString &path)
-{
-    return directorySize(path);
-}
-
 qint64 directorySize(const QString &path, const Cancel &cancel)
 {
     // "link/" would make lstat and open follow the link; the entry meant is the link.
@@ -92,9 +87,9 @@ qint64 directorySize(const QString &path, const Cancel &cancel)
     return fd < 0 ? 0 : folderSize(fd, cancel);
 }
 
-std::optional<TrashSize> trashSize()
+std::optional<TrashSize> trashSize(const Locations &where)
 {
-    const QByteArray native = QFile::encodeName(Platform::homeTrashItemsPath());
+    const QByteArray native = QFile::encodeName(Platform::homeTrashItemsPath(where.userFolders()));
     const int fd = DiskWalker::openRoot(native);
     if (fd < 0) {
         if (errno == ENOENT)
@@ -110,7 +105,7 @@ std::optional<TrashSize> trashSize()
     size.contents.takenAtMs = QDateTime::currentMSecsSinceEpoch();
     while (const dirent *d = readdir(dir)) {
         const char *name = d->d_name;
-        if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
+        if (Platform::isDots(name))
             continue;
         struct stat st;
         if (fstatat(dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) != 0)
@@ -123,9 +118,10 @@ std::optional<TrashSize> trashSize()
     return size;
 }
 
-TrashEmptyResult emptyTrash(const std::optional<Platform::TrashContents> &confirmed)
+TrashEmptyResult emptyTrash(const std::optional<Platform::TrashContents> &confirmed,
+                            const Locations &where)
 {
-    const Platform::TrashEmptying done = Platform::emptyTrash(confirmed);
+    const Platform::TrashEmptying done = Platform::emptyTrash(confirmed, where.userFolders());
     TrashEmptyResult result;
     result.kept = done.kept;
     if (done.scriptFailed) {
@@ -137,50 +133,39 @@ TrashEmptyResult emptyTrash(const std::optional<Platform::TrashContents> &confir
     }
     return result;
 }
-void openFullDiskAccessSettings()
+QList<DiskCategory> categories(const NameProgress &progress, const Locations &where,
+                               const QStringList &applicationFolders)
 {
-    Platform::openFullDiskAccessSettings();
-}
-
-QStringList defaultApplicationFolders()
-{
-    return {u"/Applications"_s, QDir::homePath() + u"/Applications"_s};
-}
-
-QList<DiskCategory> categories(const NameProgress &progress, const QStringList &applicationFolders)
-{
-    const DiskUsage usage = SystemStats::diskUsage(u"/"_s);
-    const QString home = QDir::homePath();
+    const DiskUsage usage = volumeUsage(u"/"_s);
     struct Plan
     {
         const char *id;
-        QString name;
         QStringList folders;
     };
     const QList<Plan> plans{
-        {"documents", L10n::pick(u"Documents"_s, u"文稿"_s), {home + u"/Documents"_s}},
-        {"applications", L10n::pick(u"Applications"_s, u"应用程序"_s),
-         applicationFolders.isEmpty() ? defaultApplicationFolders() : applicationFolders},
-        {"desktop", L10n::pick(u"Desktop"_s, u"桌面"_s), {home + u"/Desktop"_s}},
-        {"downloads", L10n::pick(u"Downloads"_s, u"下载"_s), {home + u"/Downloads"_s}},
+        {"documents", {where.inHome(u"Documents"_s)}},
+        {"applications", applicationFolders},
+        {"desktop", {where.inHome(u"Desktop"_s)}},
+        {"downloads", {where.inHome(u"Downloads"_s)}},
     };
     QList<DiskCategory> result;
     qint64 known = 0;
     for (const Plan &plan : plans) {
+        const QString id = QString::fromLatin1(plan.id);
+        const QString name = Words::diskCategory(id);
         if (progress)
-            MainThread::post([progress, name = plan.name] { progress(name); });
+            MainThread::post([progress, name] { progress(name); });
         qint64 bytes = 0;
         for (const QString &folder : plan.folders) {
             if (existsAt(folder))
                 bytes += directorySize(folder);
         }
-        result.append({QString::fromLatin1(plan.id), plan.name, bytes});
+        result.append({id, name, bytes});
         known += bytes;
     }
     const qint64 used = std::max<qint64>(0, usage.total - usage.free);
-    result.append(
-        {u"other"_s, L10n::pick(u"Other"_s, u"其他"_s), std::max<qint64>(0, used - known)});
-    result.append({u"free"_s, L10n::pick(u"Free"_s, u"可用"_s), usage.free});
+    result.append({u"other"_s, Words::diskCategory(u"other"_s), std::max<qint64>(0, used - known)});
+    result.append({u"free"_s, Words::diskCategory(u"free"_s), usage.free});
     return result;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/DirReader.h"
 #include <QByteArray>
 #include <cstring>
 #include <dirent.h>
@@ -79,7 +80,7 @@ template <class Visitor> void walk(int rootFd, Visitor &visitor, QByteArray *pat
             continue;
         }
         const char *name = d->d_name;
-        if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
+        if (Platform::isDots(name))
             continue;
         if (visitor.stop())
             break;

@@ -46,7 +46,7 @@ void walkFolder(Shared &shared, int fd, int depth, long long &sum, Buffers &buff
         const char *name = nullptr;
         unsigned char type = DT_UNKNOWN;
         while (reader.next(name, type)) {
-            if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
+            if (Platform::isDots(name))
                 continue;
             if (type == DT_REG || type == DT_UNKNOWN) {
                 if (fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/health/DiskUsage.h"
+#include "core/disk/DiskUsage.h"
 #include "core/health/HealthTypes.h"
 
 #include <QList>

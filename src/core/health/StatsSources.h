@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/health/DiskUsage.h"
+#include "core/disk/DiskUsage.h"
 
 #include <QList>
 #include <QString>

@@ -174,11 +174,3 @@ HealthGrade SystemStats::gradeFor(double cpuLoad, MemoryPressureLevel pressure, 
         return HealthGrade::fair;
     return HealthGrade::good;
 }
-
-DiskUsage SystemStats::diskUsage(const QString &path)
-{
-    const auto capacity = Platform::volumeCapacity(path);
-    if (!capacity || capacity->total <= 0)
-        return {};
-    return {capacity->total, capacity->available};
-}

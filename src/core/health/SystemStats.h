@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/health/DiskUsage.h"
+#include "core/disk/DiskUsage.h"
 #include "core/health/HealthTypes.h"
 #include "core/health/StatsSources.h"
 
@@ -54,9 +54,6 @@ public:
     // Ticks counted between two samples of one counter. 32-bit counters wrap, so the
     // difference is taken modulo 2^32; a 64-bit counter that stepped back counts none.
     static quint64 tickDifference(quint64 now, quint64 before, bool wraps32);
-
-    // Safe from any thread; (0, 0) when the path does not exist or cannot be read.
-    static DiskUsage diskUsage(const QString &path);
 
 Q_SIGNALS:
     void changed();

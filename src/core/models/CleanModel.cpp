@@ -1,7 +1,6 @@
 #include "core/models/CleanModel.h"
 
 #include "core/cleanup/CleanScanners.h"
-#include "core/disk/DiskScanner.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 #include "core/util/Background.h"
@@ -42,19 +41,26 @@ QList<CleanCategory> scanOrder(const QList<CleanCategory> &categories)
 
 } // namespace
 
-CleanModel::Services CleanModel::Services::real()
+CleanModel::Services CleanModel::Services::real(const Locations &where)
 {
     Services s;
-    s.userCaches = [](const QSet<QString> &excluding) { return Cleaner::userCaches(excluding); };
-    s.logs = [] { return Cleaner::logs(); };
-    s.aiClutter = [] { return Cleaner::aiClutter(); };
-    s.developerJunk = [] { return Cleaner::developerJunk(); };
-    s.leftovers = [] { return Cleaner::leftovers(); };
-    s.unusedApps = [](int days) { return Cleaner::unusedApps(days); };
-    s.largeFiles = [](qint64 minBytes, std::function<void(qint64)> progress) {
-        return DiskScanner::largeFiles(minBytes, progress);
+    s.userCaches = [where](const QSet<QString> &excluding) {
+        return Cleaner::userCaches(where, excluding);
     };
-    s.remove = [](const QList<CleanItem> &items) { return Cleaner::remove(items); };
+    s.logs = [where] { return Cleaner::logs(where); };
+    s.aiClutter = [where] { return Cleaner::aiClutter(where); };
+    s.developerJunk = [where] { return Cleaner::developerJunk(where); };
+    s.leftovers = [where] {
+        return Cleaner::leftovers(where.applicationFolders(Locations::Apps::installed), where);
+    };
+    s.unusedApps = [where](int days) {
+        return Cleaner::unusedApps(days, where.applicationFolders(Locations::Apps::userFacing),
+                                   where);
+    };
+    s.largeFiles = [where](qint64 minBytes, std::function<void(qint64)> progress) {
+        return Cleaner::largeFiles(minBytes, progress, where);
+    };
+    s.remove = [where](const QList<CleanItem> &items) { return Cleaner::remove(items, where); };
     return s;
 }
 

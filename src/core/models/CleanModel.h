@@ -31,14 +31,13 @@ public:
             largeFiles;
         std::function<Cleaner::Result(const QList<CleanItem> &)> remove;
 
-        static Services real();
+        static Services real(const Locations &where);
     };
 
     static constexpr qint64 kLargeFileBytes = 500LL * 1024 * 1024;
     static constexpr int kUnusedDays = 180;
 
-    explicit CleanModel(QList<CleanCategory> categories, Services services = Services::real(),
-                        QObject *parent = nullptr);
+    CleanModel(QList<CleanCategory> categories, Services services, QObject *parent = nullptr);
 
     const QList<CleanCategory> &categories() const { return m_categories; }
     const QList<CleanItem> &items() const { return m_items; }

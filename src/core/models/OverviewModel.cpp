@@ -8,23 +8,18 @@
 
 using namespace Qt::StringLiterals;
 
-OverviewModel::Services OverviewModel::Services::real()
+OverviewModel::Services OverviewModel::Services::real(const Locations &where)
 {
     Services s;
-    s.categories = [](const DiskScanner::NameProgress &progress) {
-        return DiskScanner::categories(progress);
+    s.categories = [where](const DiskScanner::NameProgress &progress) {
+        return DiskScanner::categories(progress, where,
+                                       where.applicationFolders(Locations::Apps::userFacing));
     };
-    s.trashSize = [] { return DiskScanner::trashSize(); };
-    s.emptyTrash = [](const std::optional<Platform::TrashContents> &confirmed) {
-        return DiskScanner::emptyTrash(confirmed);
+    s.trashSize = [where] { return DiskScanner::trashSize(where); };
+    s.emptyTrash = [where](const std::optional<Platform::TrashContents> &confirmed) {
+        return DiskScanner::emptyTrash(confirmed, where);
     };
     return s;
-}
-
-OverviewModel &OverviewModel::shared()
-{
-    static OverviewModel *instance = new OverviewModel; // lives as long as the process
-    return *instance;
 }
 
 OverviewModel::OverviewModel(Services services, QObject *parent)

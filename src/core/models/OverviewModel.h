@@ -9,7 +9,8 @@
 #include <optional>
 
 // The state behind the overview page: the disk slices, the Trash's figures and the
-// outcome of emptying it. One per process; fields are written on the main thread only.
+// outcome of emptying it. One per process, made by the front end; fields are written on
+// the main thread only.
 class OverviewModel final : public QObject
 {
     Q_OBJECT
@@ -22,11 +23,10 @@ public:
         std::function<std::optional<TrashSize>()> trashSize;
         std::function<TrashEmptyResult(const std::optional<Platform::TrashContents> &)> emptyTrash;
 
-        static Services real();
+        static Services real(const Locations &where);
     };
 
-    static OverviewModel &shared();
-    explicit OverviewModel(Services services = Services::real(), QObject *parent = nullptr);
+    explicit OverviewModel(Services services, QObject *parent = nullptr);
 
     const QList<DiskCategory> &cats() const { return m_cats; }
     bool scanning() const { return m_scanning; }

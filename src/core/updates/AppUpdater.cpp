@@ -24,11 +24,13 @@ struct AppUpdater::ScanState
     int inFlight = 0;
 };
 
-AppUpdater::Services AppUpdater::Services::real()
+AppUpdater::Services AppUpdater::Services::real(const Locations &where)
 {
     Services s;
     s.brewOutdated = [] { return Homebrew::brewOutdated(); };
-    s.applications = [] { return Inventory::applications(); };
+    s.applications = [where] {
+        return Inventory::applications(where.applicationFolders(Locations::Apps::updatable), where);
+    };
     s.checkAppStore = [](const AppInfo &app, Finding done) {
         AppStore::checkAppStore(app, std::move(done));
     };
@@ -39,8 +41,6 @@ AppUpdater::Services AppUpdater::Services::real()
     s.upgrade = [](const OutdatedApp &app) { return Homebrew::runBrewUpgrade(app); };
     return s;
 }
-
-AppUpdater::AppUpdater(QObject *parent) : AppUpdater(Services::real(), parent) {}
 
 AppUpdater::AppUpdater(Services services, QObject *parent)
     : QObject(parent), m_services(std::move(services))

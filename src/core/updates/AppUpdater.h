@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/system/Locations.h"
+
 #include "core/updates/AppInfo.h"
 #include "core/updates/OutdatedApp.h"
 
@@ -31,13 +33,12 @@ public:
         std::function<std::optional<QString>()> brewPath;
         std::function<std::optional<QString>(const OutdatedApp &)> upgrade;
 
-        static Services real();
+        static Services real(const Locations &where);
     };
 
     // At most this many App Store and appcast checks run at once.
     static constexpr int kMaxChecks = 6;
 
-    explicit AppUpdater(QObject *parent = nullptr);
     explicit AppUpdater(Services services, QObject *parent = nullptr);
 
     // --- published fields

@@ -1,6 +1,6 @@
 #include "core/updates/Inventory.h"
 
-#include "core/cleanup/ScanPrimitives.h"
+#include "core/disk/Listing.h"
 #include "core/plist/PlistReader.h"
 
 #include <QDir>
@@ -48,22 +48,13 @@ std::optional<AppInfo> readBundle(const QString &folder, const QString &entry)
 
 } // namespace
 
-QStringList Inventory::defaultApplicationFolders()
-{
-    QString home = QDir::homePath();
-    if (!home.endsWith(u'/'))
-        home += u'/';
-    return {u"/Applications"_s, u"/Applications/Utilities"_s, home + u"Applications"_s};
-}
-
-QList<AppInfo> Inventory::applications(const QStringList &folders)
+QList<AppInfo> Inventory::applications(const QStringList &folders, const Locations &where)
 {
     QList<AppInfo> apps;
     for (const QString &folder : folders) {
         // The file system's own order, hidden names included: the checker sorts its
         // findings later, and the same bundle reached twice is reported twice on purpose.
-        const QStringList entries =
-            ScanPrimitives::entryNames(folder, ScanPrimitives::Hidden::keep);
+        const QStringList entries = Listing::entryNames(folder, where, Listing::Hidden::keep);
         for (const QString &entry : entries) {
             if (!entry.endsWith(u".app"_s, Qt::CaseSensitive))
                 continue;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/system/Locations.h"
 #include "core/updates/AppInfo.h"
 
 #include <QList>
@@ -9,8 +10,7 @@
 // belongs on a worker thread.
 namespace Inventory {
 
-// In order: /Applications, /Applications/Utilities, ~/Applications.
-QStringList defaultApplicationFolders();
-QList<AppInfo> applications(const QStringList &folders = defaultApplicationFolders());
+// The applications in `folders` (Locations::Apps::updatable), in listing order.
+QList<AppInfo> applications(const QStringList &folders, const Locations &where);
 
 } // namespace Inventory

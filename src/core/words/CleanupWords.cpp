@@ -1,6 +1,5 @@
 #include "core/words/CleanupWords.h"
 
-#include "core/disk/DiskScanner.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 #include "core/text/PathText.h"

@@ -1,13 +1,12 @@
 #pragma once
 
-#include "core/cleanup/Cleaner.h"
-#include "core/cleanup/SafetyGuard.h"
+#include "core/outcomes/Refusal.h"
+#include "core/outcomes/Removal.h"
+#include "core/outcomes/TrashEmptying.h"
 
 #include <QString>
 #include <QStringList>
 #include <optional>
-
-struct TrashEmptyResult;
 
 // The words of clean-ups and the Trash, in the current language. The engine reports
 // values; this is the one place they become sentences.

@@ -20,23 +20,22 @@ namespace Platform::LaunchAtLogin {
 
 namespace {
 
-QString configHome()
+QString configHome(const UserFolders &user)
 {
-    const QString xdg = qEnvironmentVariable("XDG_CONFIG_HOME");
     // XDG ignores relative values.
-    if (xdg.startsWith(u'/'))
-        return QDir::cleanPath(xdg);
-    return QDir::cleanPath(QDir::homePath() + u"/.config"_s);
+    if (user.configHome.startsWith(u'/'))
+        return QDir::cleanPath(user.configHome);
+    return QDir::cleanPath(user.home + u"/.config"_s);
 }
 
-QString autostartFolder()
+QString autostartFolder(const UserFolders &user)
 {
-    return configHome() + u"/autostart"_s;
+    return configHome(user) + u"/autostart"_s;
 }
 
-QString entryPath()
+QString entryPath(const UserFolders &user)
 {
-    return autostartFolder() + u"/quorvel.desktop"_s;
+    return autostartFolder(user) + u"/quorvel.desktop"_s;
 }
 
 QString failure(const QString &what, const QString &path, int code)
@@ -126,25 +125,25 @@ QByteArray entryText(const QString &program)
     return text.toUtf8();
 }
 
-std::optional<QString> install()
+std::optional<QString> install(const UserFolders &user)
 {
     const QString program = QCoreApplication::applicationFilePath();
     if (!program.startsWith(u'/'))
         return u"The program's own path is unknown."_s;
-    if (std::optional<QString> error = makeFolder(autostartFolder()))
+    if (std::optional<QString> error = makeFolder(autostartFolder(user)))
         return error;
-    QSaveFile file(entryPath());
+    QSaveFile file(entryPath(user));
     if (!file.open(QIODevice::WriteOnly))
-        return u"Cannot write "_s + entryPath() + u": "_s + file.errorString();
+        return u"Cannot write "_s + entryPath(user) + u": "_s + file.errorString();
     file.write(entryText(program));
     if (!file.commit())
-        return u"Cannot write "_s + entryPath() + u": "_s + file.errorString();
+        return u"Cannot write "_s + entryPath(user) + u": "_s + file.errorString();
     return std::nullopt;
 }
 
-std::optional<QString> uninstall()
+std::optional<QString> uninstall(const UserFolders &user)
 {
-    const QString path = entryPath();
+    const QString path = entryPath(user);
     const int result = ::unlink(QFile::encodeName(path).constData());
     const int code = errno;
     if (result != 0 && code != ENOENT)
@@ -154,9 +153,9 @@ std::optional<QString> uninstall()
 
 } // namespace
 
-bool enabled()
+bool enabled(const UserFolders &user)
 {
-    QFile file(entryPath());
+    QFile file(entryPath(user));
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QString text = QString::fromUtf8(file.readAll());
@@ -188,9 +187,9 @@ bool enabled()
     return hasEntry && !hidden && !switchedOff;
 }
 
-std::optional<QString> set(bool on)
+std::optional<QString> set(const UserFolders &user, bool on)
 {
-    return on ? install() : uninstall();
+    return on ? install(user) : uninstall(user);
 }
 
 } // namespace Platform::LaunchAtLogin

@@ -181,9 +181,9 @@ std::variant<Item, TrashMove> locate(const QString &given, const QString &anchor
     return Item{std::move(parent), joined(realParent, name), name, st.st_dev};
 }
 
-XdgTrash::Folder trashFor(const Item &item)
+XdgTrash::Folder trashFor(const Item &item, const UserFolders &user)
 {
-    const QByteArray home = XdgTrash::homeTrashPath();
+    const QByteArray home = XdgTrash::homeTrashPath(user);
     const std::optional<dev_t> homeDevice =
         home.isEmpty() ? std::nullopt : XdgTrash::deviceOf(home);
     if (!homeDevice)
@@ -225,14 +225,14 @@ std::optional<OpenTrash> openTrash(const XdgTrash::Folder &trash)
 
 } // namespace
 
-TrashMove moveToTrash(const QString &path, const QString &anchor)
+TrashMove moveToTrash(const QString &path, const QString &anchor, const UserFolders &user)
 {
     std::variant<Item, TrashMove> located = locate(path, anchor);
     if (const TrashMove *failure = std::get_if<TrashMove>(&located))
         return *failure;
     const Item &item = std::get<Item>(located);
 
-    const XdgTrash::Folder trash = trashFor(item);
+    const XdgTrash::Folder trash = trashFor(item, user);
     if (trash.failure != TrashFailure::none)
         return failed(trash.failure, trash.errorCode);
 
@@ -283,9 +283,9 @@ TrashMove moveToTrash(const QString &path, const QString &anchor)
     return failed(TrashFailure::other, EEXIST);
 }
 
-QString homeTrashItemsPath()
+QString homeTrashItemsPath(const UserFolders &user)
 {
-    const QByteArray trash = XdgTrash::homeTrashPath();
+    const QByteArray trash = XdgTrash::homeTrashPath(user);
     return trash.isEmpty() ? QString() : QFile::decodeName(joined(trash, "files"));
 }
 

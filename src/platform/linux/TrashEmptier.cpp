@@ -1,5 +1,7 @@
 #include "platform/Trash.h"
 
+#include "platform/DirReader.h"
+
 #include "platform/linux/XdgTrashPaths.h"
 
 #include <QByteArray>
@@ -117,11 +119,6 @@ Dir openFolder(int dirFd, const char *name, const Identity &home, Identity *open
     openUp(fd, *id);
     *opened = *id;
     return dir;
-}
-
-bool isDots(const char *name)
-{
-    return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
 }
 
 // The names in an open folder, read through a descriptor of its own; nullopt when it cannot
@@ -366,16 +363,6 @@ std::optional<QByteArray> realPath(const QByteArray &path)
     return result;
 }
 
-// The folder homeTrashPath() builds on; the Trash must resolve to somewhere inside it.
-QByteArray trashBase()
-{
-    const QByteArray dataHome = qgetenv("XDG_DATA_HOME");
-    if (dataHome.startsWith('/'))
-        return dataHome;
-    const QByteArray home = qgetenv("HOME");
-    return home.startsWith('/') ? home : QByteArray();
-}
-
 // `relative` opened below the resolved folder `base` one name at a time, none of them a link,
 // so a link swapped in after realpath() cannot lead elsewhere. -1 with errno on failure.
 int openBelow(const QByteArray &base, const QByteArray &relative)
@@ -406,10 +393,10 @@ TrashEmptying refused(const Dir &files)
 
 } // namespace
 
-TrashEmptying emptyTrash(const std::optional<TrashContents> &confirmed)
+TrashEmptying emptyTrash(const std::optional<TrashContents> &confirmed, const UserFolders &user)
 {
-    const QByteArray trash = XdgTrash::homeTrashPath();
-    const QByteArray base = trashBase();
+    const QByteArray trash = XdgTrash::homeTrashPath(user);
+    const QByteArray base = XdgTrash::trashBase(user);
     if (trash.isEmpty() || base.isEmpty())
         return {}; // no home, so no home Trash
     const std::optional<QByteArray> realTrash = realPath(trash);

@@ -1,6 +1,7 @@
 #include "platform/linux/XdgTrashPaths.h"
 
 #include <QDateTime>
+#include <QFile>
 #include <QtGlobal>
 
 #include <cerrno>
@@ -127,15 +128,24 @@ QByteArray parentOf(const QByteArray &path)
     return slash <= 0 ? QByteArray("/") : path.left(slash);
 }
 
-QByteArray homeTrashPath()
+QByteArray homeTrashPath(const UserFolders &user)
 {
-    const QByteArray dataHome = qgetenv("XDG_DATA_HOME");
+    const QByteArray dataHome = QFile::encodeName(user.dataHome);
     if (dataHome.startsWith('/'))
         return joined(withoutTrailingSlashes(dataHome), "Trash");
-    const QByteArray home = qgetenv("HOME");
+    const QByteArray home = QFile::encodeName(user.home);
     if (!home.startsWith('/'))
         return {};
     return joined(withoutTrailingSlashes(home), ".local/share/Trash");
+}
+
+QByteArray trashBase(const UserFolders &user)
+{
+    const QByteArray dataHome = QFile::encodeName(user.dataHome);
+    if (dataHome.startsWith('/'))
+        return dataHome;
+    const QByteArray home = QFile::encodeName(user.home);
+    return home.startsWith('/') ? home : QByteArray();
 }
 
 std::optional<dev_t> deviceOf(QByteArray path)

@@ -12,9 +12,13 @@
 // valid UTF-8 survive the trip.
 namespace Platform::XdgTrash {
 
-// $XDG_DATA_HOME/Trash when that is absolute, else $HOME/.local/share/Trash. Empty when the
-// environment names no absolute home; the account database is deliberately not consulted.
-QByteArray homeTrashPath();
+// $XDG_DATA_HOME/Trash when that is set, else ~/.local/share/Trash. Empty without an
+// absolute home; the account database is deliberately not consulted.
+QByteArray homeTrashPath(const UserFolders &user);
+
+// The folder the home Trash is built on ($XDG_DATA_HOME, else the home folder); the Trash
+// must resolve to somewhere inside it.
+QByteArray trashBase(const UserFolders &user);
 
 // The file system a path lives on, or would live on once created: the nearest existing
 // ancestor answers for missing folders. Links are followed, as a later mkdir would.

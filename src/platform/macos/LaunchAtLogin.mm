@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 namespace Platform::LaunchAtLogin {
 
 // "Requires approval" is a registration the user has not allowed yet: not on.
-bool enabled()
+bool enabled(const UserFolders &)
 {
     if (@available(macOS 13.0, *)) {
         @autoreleasepool {
@@ -21,7 +21,7 @@ bool enabled()
     return false;
 }
 
-std::optional<QString> set(bool on)
+std::optional<QString> set(const UserFolders &, bool on)
 {
     if (@available(macOS 13.0, *)) {
         @autoreleasepool {

@@ -84,7 +84,8 @@ void describeFailure(NSError *error, Platform::TrashMove &move)
 
 } // namespace
 
-Platform::TrashMove Platform::moveToTrash(const QString &path, const QString &anchor)
+Platform::TrashMove Platform::moveToTrash(const QString &path, const QString &anchor,
+                                          const UserFolders &)
 {
     TrashMove move;
 
@@ -158,9 +159,9 @@ Platform::TrashMove Platform::moveToTrash(const QString &path, const QString &an
     return move;
 }
 
-QString Platform::homeTrashItemsPath()
+QString Platform::homeTrashItemsPath(const UserFolders &user)
 {
-    const QString home = QDir::cleanPath(QDir::homePath());
+    const QString home = QDir::cleanPath(user.home);
     const QString fallback = home + QStringLiteral("/.Trash");
 
     // Foundation may find the home from the account record rather than from HOME. Its answer

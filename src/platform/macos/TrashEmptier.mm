@@ -83,9 +83,10 @@ Platform::TrashEmptying runInOsascript(const QString &source)
 
 // The Finder empties all or nothing. Anything that arrived after the user was asked would go
 // with the rest, so then nothing is emptied at all and the count says why.
-std::optional<Platform::TrashEmptying> arrivalsSince(const Platform::TrashContents &confirmed)
+std::optional<Platform::TrashEmptying> arrivalsSince(const Platform::TrashContents &confirmed,
+                                                     const Platform::UserFolders &user)
 {
-    const QByteArray trash = QFile::encodeName(Platform::homeTrashItemsPath());
+    const QByteArray trash = QFile::encodeName(Platform::homeTrashItemsPath(user));
     DIR *dir = ::opendir(trash.constData());
     if (dir == nullptr)
         return std::nullopt; // unreadable without Full Disk Access: the Finder decides
@@ -112,10 +113,11 @@ std::optional<Platform::TrashEmptying> arrivalsSince(const Platform::TrashConten
 
 } // namespace
 
-Platform::TrashEmptying Platform::emptyTrash(const std::optional<TrashContents> &confirmed)
+Platform::TrashEmptying Platform::emptyTrash(const std::optional<TrashContents> &confirmed,
+                                             const UserFolders &user)
 {
     if (confirmed) {
-        if (std::optional<TrashEmptying> refused = arrivalsSince(*confirmed))
+        if (std::optional<TrashEmptying> refused = arrivalsSince(*confirmed, user))
             return *refused;
     }
     const QString source = u"tell application \"Finder\" to empty trash"_s;

@@ -1,9 +1,9 @@
 #include "ui/pages/CleanListView.h"
 
 #include "core/models/CleanModel.h"
+#include "core/system/Desktop.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
-#include "platform/Workspace.h"
 #include "ui/Theme.h"
 #include "ui/kit/Confirm.h"
 #include "ui/kit/ProminentButton.h"
@@ -71,7 +71,7 @@ CleanListView::CleanListView(CleanModel &model, QWidget *parent)
     for (CleanCategory category : model.categories()) {
         auto *section = new CleanSection(model, category, content);
         connect(section->view()->delegate(), &CleanItemDelegate::revealRequested, this,
-                &Platform::revealInFileManager);
+                &Desktop::reveal);
         sections->addWidget(section);
         d->sections.append(section);
     }

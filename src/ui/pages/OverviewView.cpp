@@ -2,10 +2,9 @@
 
 #include "core/health/SystemStats.h"
 #include "core/models/OverviewModel.h"
+#include "core/system/Desktop.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
-#include "platform/LaunchAtLogin.h"
-#include "platform/Workspace.h"
 #include "ui/Theme.h"
 #include "ui/kit/Confirm.h"
 #include "ui/kit/ProminentButton.h"
@@ -140,14 +139,16 @@ struct OverviewView::Private
     void rebuildRows();
 };
 
-OverviewView::Settings OverviewView::Settings::platform()
+OverviewView::Settings OverviewView::Settings::system(const Locations &where)
 {
-    return {&Platform::LaunchAtLogin::enabled, &Platform::LaunchAtLogin::set,
-            &Platform::openFullDiskAccessSettings, Platform::shortVersion()};
+    return {[where] { return Desktop::loginItemEnabled(where); },
+            [where](bool on) { return Desktop::setLoginItem(where, on); },
+            &Desktop::openFullDiskAccessSettings, Desktop::version()};
 }
 
-OverviewView::OverviewView(OverviewModel &model, SystemStats &stats, QWidget *parent)
-    : OverviewView(model, stats, Settings::platform(), parent)
+OverviewView::OverviewView(OverviewModel &model, SystemStats &stats, const Locations &where,
+                           QWidget *parent)
+    : OverviewView(model, stats, Settings::system(where), parent)
 {}
 
 OverviewView::OverviewView(OverviewModel &model, SystemStats &stats, Settings settings,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/system/Locations.h"
+
 #include <QString>
 #include <QWidget>
 #include <functional>
@@ -26,10 +28,11 @@ public:
         std::function<void()> openFullDiskAccess;
         std::optional<QString> version; // none: a development build
 
-        static Settings platform();
+        static Settings system(const Locations &where);
     };
 
-    explicit OverviewView(OverviewModel &model, SystemStats &stats, QWidget *parent = nullptr);
+    OverviewView(OverviewModel &model, SystemStats &stats, const Locations &where,
+                 QWidget *parent = nullptr);
     OverviewView(OverviewModel &model, SystemStats &stats, Settings settings,
                  QWidget *parent = nullptr);
     ~OverviewView() override;

@@ -1,9 +1,9 @@
 #include "ui/pages/UpdatesView.h"
 
+#include "core/system/Desktop.h"
 #include "core/text/L10n.h"
 #include "core/updates/AppStore.h"
 #include "core/updates/AppUpdater.h"
-#include "platform/Workspace.h"
 #include "ui/Theme.h"
 #include "ui/kit/ElidedLabel.h"
 #include "ui/kit/ProminentButton.h"
@@ -83,7 +83,7 @@ struct UpdatesView::Private
 };
 
 UpdatesView::UpdatesView(AppUpdater &updater, QWidget *parent)
-    : UpdatesView(updater, &Platform::openApplication, parent)
+    : UpdatesView(updater, &Desktop::openApplication, parent)
 {}
 
 UpdatesView::UpdatesView(AppUpdater &updater, OpenApplication openApplication, QWidget *parent)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QString>
 #include <QtGlobal>
 
 // Capacity of a volume; (0, 0) means unknown.
@@ -8,3 +9,6 @@ struct DiskUsage
     qint64 total = 0;
     qint64 free = 0; // available for important use: purgeable space counts as free
 };
+
+// The volume holding `path`; (0, 0) when it cannot be read.
+DiskUsage volumeUsage(const QString &path);

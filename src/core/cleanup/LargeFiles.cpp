@@ -1,5 +1,7 @@
-#include "core/disk/DiskScanner.h"
+#include "core/cleanup/CleanScanners.h"
 
+#include "core/cleanup/SafetyGuard.h"
+#include "core/cleanup/ScanPrimitives.h"
 #include "core/disk/DiskWalker.h"
 #include "core/text/PathText.h"
 #include "core/util/MainThread.h"
@@ -8,7 +10,6 @@
 #include "platform/Packages.h"
 
 #include <QDateTime>
-#include <QDir>
 #include <QFile>
 #include <algorithm>
 #include <array>
@@ -16,7 +17,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace DiskScanner {
+namespace Cleaner {
 namespace {
 
 constexpr qint64 kProgressStep = 2000;
@@ -24,26 +25,18 @@ constexpr qint64 kProgressStep = 2000;
 constexpr std::array<const char *, 5> kSkippedAtTop{"Library", ".Trash", ".git", "node_modules",
                                                     ".build"};
 
-// The guard's protected extensions: photo libraries, disk images, VMs, keychains.
-constexpr std::array<const char *, 9> kProtectedExtensions{
-    "photoslibrary", "sparsebundle", "sparseimage", "vmdk",        "vdi",
-    "utm",           "pvm",          "vmwarevm",    "keychain-db",
-};
-
 bool hasProtectedExtension(const char *name)
 {
     const char *dot = std::strrchr(name, '.');
-    if (!dot)
-        return false;
-    return std::any_of(kProtectedExtensions.begin(), kProtectedExtensions.end(),
-                       [&](const char *ext) { return strcasecmp(dot + 1, ext) == 0; });
+    return dot != nullptr && SafetyGuard::isProtectedExtension(QString::fromUtf8(dot + 1));
 }
 
 struct LargeFileVisitor
 {
     qint64 minBytes;
-    const CountProgress *progress;
+    const std::function<void(qint64)> *progress;
     const QByteArray *relativeFolder; // the walker's current folder, relative to home
+    const Locations *where;
     QString home;
     QList<CleanItem> found;
     qint64 visited = 0;
@@ -98,7 +91,7 @@ struct LargeFileVisitor
 
     QString subtitle(const QString &folder, const struct stat &st) const
     {
-        const QString shown = folder.startsWith(home) ? u'~' + folder.mid(home.size()) : folder;
+        const QString shown = where->tilde(folder);
         // st_mtime is POSIX on both systems; a date needs no sub-second part.
         return shown + u" · "_s +
                Platform::mediumDate(QDateTime::fromSecsSinceEpoch(qint64(st.st_mtime)));
@@ -113,15 +106,15 @@ struct LargeFileVisitor
 
 } // namespace
 
-QList<CleanItem> largeFiles(qint64 minBytes, const CountProgress &progress)
+QList<CleanItem> largeFiles(qint64 minBytes, const std::function<void(qint64)> &progress,
+                            const Locations &where)
 {
-    const QString home = PathText::standardized(QDir::homePath());
+    const QString &home = where.home();
     QByteArray relative;
-    LargeFileVisitor visitor{minBytes, &progress, &relative, home, {}};
+    LargeFileVisitor visitor{minBytes, &progress, &relative, &where, home, {}};
     DiskWalker::walk(DiskWalker::openRoot(QFile::encodeName(home)), visitor, &relative);
-    std::stable_sort(visitor.found.begin(), visitor.found.end(),
-                     [](const CleanItem &a, const CleanItem &b) { return a.bytes > b.bytes; });
+    ScanPrimitives::sortBySize(visitor.found);
     return visitor.found;
 }
 
-} // namespace DiskScanner
+} // namespace Cleaner

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <QString>
+
+// What emptying the Trash did.
+struct TrashEmptyResult
+{
+    enum class Code { emptied, partial, failed };
+    Code code = Code::emptied;
+    int left = 0;       // partial: counted entries that remain
+    int kept = 0;       // entries that arrived after the count, left in the Trash
+    QString systemText; // failed: the system's own words, when it gave any
+};
