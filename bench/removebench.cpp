@@ -1,9 +1,9 @@
 // Moves everything directly in $HOME/Library/Caches to the Trash through Cleaner::remove, so
 // bench/remove.sh can time it against gio trash and trash-put on identical trees. Plain
 // "key value" lines on stdout, failures on stderr; nothing here is for people.
-#include "core/cleanup/CleanItem.h"
 #include "core/cleanup/Cleaner.h"
 #include "core/disk/DiskScanner.h"
+#include "core/types/CleanItem.h"
 #include "core/words/CleanupWords.h"
 
 #include <QByteArray>

@@ -4,7 +4,7 @@
 // "key value" lines; a page that does not show what it should ends the run with status 1.
 //   quorvel-uibench ITEMS [ROUNDS]   (run with the fixture's HOME, on a real display)
 #include "core/models/CleanModel.h"
-#include "core/models/ToolPage.h"
+#include "core/types/ToolPage.h"
 #include "ui/pages/CleanListView.h"
 
 #include <QApplication>

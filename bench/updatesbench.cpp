@@ -1,6 +1,6 @@
 // One whole update check against a loopback server, so bench/updates.sh can set its wall
 // time beside curl fetching the same URLs. Plain "key value" lines; nothing is for people.
-#include "core/updates/AppUpdater.h"
+#include "core/models/AppUpdater.h"
 #include "core/updates/HttpClient.h"
 #include "core/updates/Inventory.h"
 

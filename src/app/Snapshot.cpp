@@ -1,13 +1,14 @@
 #include "Snapshot.h"
 
 #include "core/health/SystemStats.h"
+#include "core/models/AppUpdater.h"
 #include "core/models/CleanModel.h"
 #include "core/models/Nav.h"
 #include "core/models/OverviewModel.h"
 #include "core/screenclean/ScreenCleanMode.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
-#include "core/updates/AppUpdater.h"
+#include "core/words/UpdatesWords.h"
 #include "ui/HealthPanel.h"
 #include "ui/pages/ScreenCleanView.h"
 

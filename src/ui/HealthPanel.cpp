@@ -1,8 +1,8 @@
 #include "ui/HealthPanel.h"
 
-#include "core/health/HealthTiles.h"
 #include "core/health/SystemStats.h"
 #include "core/text/L10n.h"
+#include "core/words/HealthTiles.h"
 #include "ui/Theme.h"
 #include "ui/kit/ProminentButton.h"
 #include "ui/kit/TintedBox.h"

@@ -1,11 +1,12 @@
 #include "ui/ToolsWindow.h"
 
 #include "core/health/SystemStats.h"
+#include "core/models/AppUpdater.h"
 #include "core/models/CleanModel.h"
 #include "core/models/Nav.h"
 #include "core/models/OverviewModel.h"
 #include "core/screenclean/ScreenCleanMode.h"
-#include "core/updates/AppUpdater.h"
+#include "core/words/CategoryWords.h"
 #include "ui/Theme.h"
 #include "ui/pages/CleanListView.h"
 #include "ui/pages/OverviewView.h"

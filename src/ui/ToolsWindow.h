@@ -2,7 +2,7 @@
 
 #include "core/system/Locations.h"
 
-#include "core/models/ToolPage.h"
+#include "core/types/ToolPage.h"
 
 #include <QWidget>
 #include <memory>

@@ -1,5 +1,6 @@
-#include "core/cleanup/CleanItem.h"
 #include "core/text/L10n.h"
+#include "core/types/CleanItem.h"
+#include "core/words/CategoryWords.h"
 
 #include <QSet>
 #include <QtTest>

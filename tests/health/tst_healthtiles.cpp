@@ -1,9 +1,9 @@
 #include "common/TestHome.h"
 #include "health/FakeSources.h"
 
-#include "core/health/HealthTiles.h"
 #include "core/health/SystemStats.h"
 #include "core/text/L10n.h"
+#include "core/words/HealthTiles.h"
 
 #include <QtTest>
 #include <memory>

@@ -1,6 +1,7 @@
 #include "core/models/Nav.h"
 #include "core/models/OverviewModel.h"
 #include "core/text/L10n.h"
+#include "core/words/CategoryWords.h"
 
 #include <QSemaphore>
 #include <QtTest>

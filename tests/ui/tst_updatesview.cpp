@@ -1,6 +1,6 @@
 #include "common/TestHome.h"
+#include "core/models/AppUpdater.h"
 #include "core/text/L10n.h"
-#include "core/updates/AppUpdater.h"
 #include "ui/CleanPageProbe.h"
 #include "ui/kit/ElidedLabel.h"
 #include "ui/kit/Spinner.h"

@@ -1,5 +1,5 @@
+#include "core/models/AppUpdater.h"
 #include "core/text/L10n.h"
-#include "core/updates/AppUpdater.h"
 
 #include <QTimer>
 #include <QtTest>

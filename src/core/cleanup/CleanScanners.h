@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/cleanup/CleanItem.h"
 #include "core/system/Locations.h"
+#include "core/types/CleanItem.h"
 #include "platform/Workspace.h"
 
 #include <QDateTime>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/cleanup/CleanItem.h"
 #include "core/cleanup/SafetyGuard.h"
 #include "core/outcomes/Removal.h"
+#include "core/types/CleanItem.h"
 #include "platform/Trash.h"
 
 #include <QList>

@@ -3,7 +3,7 @@
 #include "core/cleanup/LeftoverRules.h"
 #include "core/cleanup/ScanPrimitives.h"
 #include "core/disk/Listing.h"
-#include "core/text/L10n.h"
+#include "core/words/ScanWords.h"
 
 #include <QDir>
 #include <algorithm>
@@ -14,26 +14,24 @@ using namespace Qt::StringLiterals;
 namespace Cleaner {
 namespace {
 
-// Where applications keep per-identifier data in ~/Library, with the label people see
-// and the ending a name must have (and loses) before it is tested.
+// Where applications keep per-identifier data in ~/Library, and the ending a name must
+// have (and loses) before it is tested. Words::libraryPlace names each for people.
 struct LibraryFolder
 {
     const char *folder;
-    const char *english;
-    const char *chinese;
     const char *ending;
 };
 
 constexpr std::array<LibraryFolder, 9> kLibraryFolders{{
-    {"Containers", "Container", "容器", nullptr},
-    {"Group Containers", "Group container", "共享容器", nullptr},
-    {"Preferences", "Preferences", "偏好设置", ".plist"},
-    {"Caches", "Cache", "缓存", nullptr},
-    {"Saved Application State", "Saved state", "窗口状态", ".savedState"},
-    {"HTTPStorages", "HTTP storage", "网络存储", nullptr},
-    {"WebKit", "WebKit data", "WebKit 数据", nullptr},
-    {"Application Scripts", "Scripts", "脚本", nullptr},
-    {"Logs", "Logs", "日志", nullptr},
+    {"Containers", nullptr},
+    {"Group Containers", nullptr},
+    {"Preferences", ".plist"},
+    {"Caches", nullptr},
+    {"Saved Application State", ".savedState"},
+    {"HTTPStorages", nullptr},
+    {"WebKit", nullptr},
+    {"Application Scripts", nullptr},
+    {"Logs", nullptr},
 }};
 
 QStringList bundlePaths(const QStringList &folders, const Locations &where,
@@ -90,9 +88,7 @@ QList<CleanItem> leftovers(const QStringList &appFolders, const Locations &where
     QList<CleanItem> items;
     for (const LibraryFolder &place : kLibraryFolders) {
         const QString folder = QString::fromUtf8(place.folder);
-        const QString subtitle =
-            L10n::pick(QString::fromUtf8(place.english), QString::fromUtf8(place.chinese)) +
-            u" · ~/Library/"_s + folder;
+        const QString subtitle = Words::libraryPlace(folder) + u" · ~/Library/"_s + folder;
         const QString ending = place.ending ? QString::fromUtf8(place.ending) : QString();
         for (const QString &name : Listing::entryNames(library + folder, where)) {
             if (!ending.isEmpty() && !name.endsWith(ending))

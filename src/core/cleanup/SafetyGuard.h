@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/cleanup/CleanCategory.h"
 #include "core/outcomes/Refusal.h"
 #include "core/system/Locations.h"
+#include "core/types/CleanCategory.h"
 
 #include <QString>
 #include <optional>

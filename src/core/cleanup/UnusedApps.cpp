@@ -4,8 +4,8 @@
 #include "core/cleanup/ScanPrimitives.h"
 #include "core/disk/DiskScanner.h"
 #include "core/disk/Listing.h"
-#include "core/text/L10n.h"
 #include "core/text/PathText.h"
+#include "core/words/ScanWords.h"
 #include "platform/DateText.h"
 
 #include <QDir>
@@ -99,7 +99,7 @@ QList<CleanItem> unusedApps(int days, const QStringList &folders, const Location
     const QDateTime cutoff = now.addSecs(-qint64(days) * 86400);
     const QSet<QString> running = runningBundlePaths(services);
     const QString ownID = QString::fromLatin1(kQuorvelBundleIdentifier);
-    const QString lastOpened = L10n::pick(u"Last opened"_s, u"最后打开"_s);
+    const QString lastOpened = Words::lastOpened();
     QList<CleanItem> items;
     for (const QString &folder : folders) {
         for (const QString &name : Listing::entryNames(folder, where, Listing::Hidden::keep)) {

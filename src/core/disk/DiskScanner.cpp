@@ -4,7 +4,6 @@
 #include "core/disk/DiskWalker.h"
 #include "core/disk/ParallelSize.h"
 #include "core/util/MainThread.h"
-#include "core/words/DiskWords.h"
 #include "platform/DirReader.h"
 #include "platform/Trash.h"
 
@@ -152,20 +151,19 @@ QList<DiskCategory> categories(const NameProgress &progress, const Locations &wh
     qint64 known = 0;
     for (const Plan &plan : plans) {
         const QString id = QString::fromLatin1(plan.id);
-        const QString name = Words::diskCategory(id);
         if (progress)
-            MainThread::post([progress, name] { progress(name); });
+            MainThread::post([progress, id] { progress(id); });
         qint64 bytes = 0;
         for (const QString &folder : plan.folders) {
             if (existsAt(folder))
                 bytes += directorySize(folder);
         }
-        result.append({id, name, bytes});
+        result.append({id, {}, bytes});
         known += bytes;
     }
     const qint64 used = std::max<qint64>(0, usage.total - usage.free);
-    result.append({u"other"_s, Words::diskCategory(u"other"_s), std::max<qint64>(0, used - known)});
-    result.append({u"free"_s, Words::diskCategory(u"free"_s), usage.free});
+    result.append({u"other"_s, {}, std::max<qint64>(0, used - known)});
+    result.append({u"free"_s, {}, usage.free});
     return result;
 }
 

@@ -14,7 +14,7 @@
 struct DiskCategory
 {
     QString id;
-    QString name; // in the language of the scan
+    QString name; // in the language of the scan; the overview model names the slices
     qint64 bytes = 0;
 };
 
@@ -43,7 +43,8 @@ qint64 directorySize(const QString &path, const Cancel &cancel = {});
 std::optional<TrashSize> trashSize(const Locations &where);
 
 // The six slices in their fixed order, `applicationFolders` counted as applications; each
-// category's name is posted to `progress` on the main thread before it is measured.
+// category's id is posted to `progress` on the main thread before it is measured. Names
+// are left empty: words are not the walker's business.
 QList<DiskCategory> categories(const NameProgress &progress, const Locations &where,
                                const QStringList &applicationFolders);
 

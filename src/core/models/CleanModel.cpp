@@ -1,8 +1,8 @@
 #include "core/models/CleanModel.h"
+#include "core/words/CategoryWords.h"
 
 #include "core/cleanup/CleanScanners.h"
 #include "core/text/Fmt.h"
-#include "core/text/L10n.h"
 #include "core/util/Background.h"
 #include "core/util/MainThread.h"
 #include "core/words/CleanupWords.h"

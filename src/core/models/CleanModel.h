@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/cleanup/CleanItem.h"
 #include "core/cleanup/Cleaner.h"
+#include "core/types/CleanItem.h"
 
 #include <QList>
 #include <QObject>

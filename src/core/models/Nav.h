@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/models/ToolPage.h"
+#include "core/types/ToolPage.h"
 
 #include <QObject>
 

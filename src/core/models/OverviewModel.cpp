@@ -3,6 +3,7 @@
 #include "core/util/Background.h"
 #include "core/util/MainThread.h"
 #include "core/words/CleanupWords.h"
+#include "core/words/DiskWords.h"
 
 #include <QPointer>
 
@@ -12,8 +13,13 @@ OverviewModel::Services OverviewModel::Services::real(const Locations &where)
 {
     Services s;
     s.categories = [where](const DiskScanner::NameProgress &progress) {
-        return DiskScanner::categories(progress, where,
-                                       where.applicationFolders(Locations::Apps::userFacing));
+        const auto named = [progress](const QString &id) { progress(Words::diskCategory(id)); };
+        QList<DiskCategory> cats =
+            DiskScanner::categories(progress ? named : DiskScanner::NameProgress(), where,
+                                    where.applicationFolders(Locations::Apps::userFacing));
+        for (DiskCategory &cat : cats)
+            cat.name = Words::diskCategory(cat.id);
+        return cats;
     };
     s.trashSize = [where] { return DiskScanner::trashSize(where); };
     s.emptyTrash = [where](const std::optional<Platform::TrashContents> &confirmed) {

@@ -1,6 +1,6 @@
 #include "core/screenclean/ScreenCleanMode.h"
 
-#include "core/text/L10n.h"
+#include "core/words/ScreenWords.h"
 
 #include <QPointer>
 #include <QTimer>
@@ -8,23 +8,6 @@
 #include <utility>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-QString permissionMessage()
-{
-    return L10n::pick(
-        u"Allow Quorvel in System Settings → Privacy & Security → Accessibility, then try again."_s,
-        u"请在「系统设置 → 隐私与安全性 → 辅助功能」里允许 Quorvel，然后再试。"_s);
-}
-
-QString lockMessage()
-{
-    return L10n::pick(u"Could not install the keyboard lock. Check the Accessibility permission."_s,
-                      u"无法锁定键盘，请检查辅助功能权限。"_s);
-}
-
-} // namespace
 
 ScreenCleanMode::Services ScreenCleanMode::Services::real()
 {
@@ -91,7 +74,7 @@ void ScreenCleanMode::start()
     Platform::InputLock &lock = *m_services.lock;
     if (!lock.trusted()) {
         lock.requestTrust();
-        m_lastError = permissionMessage();
+        m_lastError = Words::accessibilityNeeded();
         Q_EMIT changed();
         return;
     }
@@ -101,7 +84,7 @@ void ScreenCleanMode::start()
         QMetaObject::invokeMethod(this, &ScreenCleanMode::escPressed, Qt::QueuedConnection);
     });
     if (!installed) {
-        m_lastError = lockMessage();
+        m_lastError = Words::lockFailed();
         Q_EMIT changed();
         return;
     }
@@ -142,8 +125,7 @@ void ScreenCleanMode::openAccessibilitySettings()
 
 QString ScreenCleanMode::exitHint() const
 {
-    return L10n::pick(u"Press Esc 3 times quickly to exit"_s, u"连按 3 次 Esc 退出"_s) + u"  ("_s +
-           QString::number(m_escCount) + u"/3)"_s;
+    return Words::exitHint(m_escCount);
 }
 
 void ScreenCleanMode::escPressed()

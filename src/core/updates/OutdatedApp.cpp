@@ -1,7 +1,5 @@
 #include "core/updates/OutdatedApp.h"
 
-#include "core/text/L10n.h"
-
 using namespace Qt::StringLiterals;
 
 #include <array>
@@ -35,19 +33,4 @@ std::optional<OutdatedApp::Source> outdatedSourceFromRaw(QStringView raw)
             return value;
     }
     return std::nullopt;
-}
-
-QString sourceLabel(OutdatedApp::Source source)
-{
-    switch (source) {
-    case OutdatedApp::Source::brewFormula:
-        return u"Homebrew"_s;
-    case OutdatedApp::Source::brewCask:
-        return u"Homebrew Cask"_s;
-    case OutdatedApp::Source::appStore:
-        return u"App Store"_s;
-    case OutdatedApp::Source::sparkle:
-        return L10n::pick(u"In-app updater"_s, u"应用内更新"_s);
-    }
-    return {};
 }

@@ -22,8 +22,6 @@ struct OutdatedApp
 
 QString rawValue(OutdatedApp::Source source);
 std::optional<OutdatedApp::Source> outdatedSourceFromRaw(QStringView raw);
-// How the updates page and the reports name a source, in the current language.
-QString sourceLabel(OutdatedApp::Source source);
 
 // How one App Store or appcast check reports: what it found, or nothing.
 using Finding = std::function<void(std::optional<OutdatedApp>)>;

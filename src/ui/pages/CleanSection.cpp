@@ -3,6 +3,7 @@
 #include "core/models/CleanModel.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
+#include "core/words/CategoryWords.h"
 #include "ui/Theme.h"
 #include "ui/kit/SectionHeader.h"
 #include "ui/pages/CleanItemsView.h"

@@ -1,9 +1,10 @@
 #include "ui/pages/UpdatesView.h"
 
+#include "core/models/AppUpdater.h"
 #include "core/system/Desktop.h"
 #include "core/text/L10n.h"
 #include "core/updates/AppStore.h"
-#include "core/updates/AppUpdater.h"
+#include "core/words/UpdatesWords.h"
 #include "ui/Theme.h"
 #include "ui/kit/ElidedLabel.h"
 #include "ui/kit/ProminentButton.h"

@@ -1,36 +1,6 @@
-#include "core/cleanup/CleanCategory.h"
+#include "core/words/CategoryWords.h"
 
 #include "core/text/L10n.h"
-
-QString rawValue(CleanCategory category)
-{
-    switch (category) {
-    case CleanCategory::userCache:
-        return QStringLiteral("userCache");
-    case CleanCategory::logs:
-        return QStringLiteral("logs");
-    case CleanCategory::ai:
-        return QStringLiteral("ai");
-    case CleanCategory::developer:
-        return QStringLiteral("developer");
-    case CleanCategory::leftovers:
-        return QStringLiteral("leftovers");
-    case CleanCategory::largeFiles:
-        return QStringLiteral("largeFiles");
-    case CleanCategory::unusedApps:
-        return QStringLiteral("unusedApps");
-    }
-    return {};
-}
-
-std::optional<CleanCategory> cleanCategoryFromRaw(QStringView raw)
-{
-    for (CleanCategory c : kAllCleanCategories) {
-        if (raw == rawValue(c))
-            return c;
-    }
-    return std::nullopt;
-}
 
 QString title(CleanCategory category)
 {
@@ -99,4 +69,25 @@ QString note(CleanCategory category)
                            "默认不勾选；移到废纸篓，可以放回。"));
     }
     return {};
+}
+
+QString title(ToolPage page)
+{
+    switch (page) {
+    case ToolPage::overview:
+        return L10n::pick(QStringLiteral("Overview"), QStringLiteral("总览"));
+    case ToolPage::cleanup:
+        return L10n::pick(QStringLiteral("Clean Up"), QStringLiteral("清理"));
+    case ToolPage::leftovers:
+        return L10n::pick(QStringLiteral("App Leftovers"), QStringLiteral("卸载残留"));
+    case ToolPage::largeFiles:
+        return L10n::pick(QStringLiteral("Large Files"), QStringLiteral("大文件"));
+    case ToolPage::unusedApps:
+        return L10n::pick(QStringLiteral("Unused Apps"), QStringLiteral("不用的应用"));
+    case ToolPage::screen:
+        return L10n::pick(QStringLiteral("Screen Cleaning"), QStringLiteral("清屏模式"));
+    case ToolPage::updates:
+        break;
+    }
+    return L10n::pick(QStringLiteral("App Updater"), QStringLiteral("应用更新"));
 }

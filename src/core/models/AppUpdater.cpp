@@ -1,4 +1,4 @@
-#include "core/updates/AppUpdater.h"
+#include "core/models/AppUpdater.h"
 
 #include "core/text/L10n.h"
 #include "core/updates/AppStore.h"
@@ -7,6 +7,7 @@
 #include "core/updates/Inventory.h"
 #include "core/util/Background.h"
 #include "core/util/MainThread.h"
+#include "core/words/UpdatesWords.h"
 
 #include <QCollator>
 #include <QPointer>
@@ -55,7 +56,7 @@ void AppUpdater::scan()
     m_checkedCount = 0;
     auto state = std::make_shared<ScanState>();
     state->zh = L10n::isZh(); // one language for every message of this scan
-    m_status = state->zh ? u"正在检查 Homebrew…"_s : u"Checking Homebrew…"_s;
+    m_status = Words::checkingHomebrew(state->zh);
     Q_EMIT changed();
 
     QPointer<AppUpdater> self(this);
@@ -65,8 +66,7 @@ void AppUpdater::scan()
             if (!self)
                 return;
             state->found = std::move(records);
-            self->m_status = state->zh ? u"正在检查 App Store 和应用自带更新…"_s
-                                       : u"Checking App Store and in-app updaters…"_s;
+            self->m_status = Words::checkingApps(state->zh);
             Q_EMIT self->changed();
             self->readInventory(state);
         });
@@ -134,11 +134,10 @@ void AppUpdater::finishScan(const std::shared_ptr<ScanState> &state)
         return collator.compare(a.name, b.name) < 0;
     });
     m_items = std::move(sorted);
-    const QString n = QString::number(m_items.size());
     if (m_items.isEmpty())
-        m_status = state->zh ? u"所有应用都是最新版。"_s : u"Everything is up to date."_s;
+        m_status = Words::upToDate(state->zh);
     else
-        m_status = state->zh ? u"有 "_s + n + u" 个更新"_s : n + u" update(s) available"_s;
+        m_status = Words::updatesAvailable(m_items.size(), state->zh);
     m_scanning = false;
     Q_EMIT changed();
 }
@@ -148,7 +147,7 @@ void AppUpdater::brewUpgrade(const OutdatedApp &app)
     if (!m_services.brewPath())
         return;
     const bool zh = L10n::isZh();
-    m_status = zh ? u"正在升级 "_s + app.name + u"…"_s : u"Upgrading "_s + app.name + u"…"_s;
+    m_status = Words::upgrading(app.name, zh);
     Q_EMIT changed();
 
     QPointer<AppUpdater> self(this);
@@ -159,7 +158,7 @@ void AppUpdater::brewUpgrade(const OutdatedApp &app)
                 return;
             self->m_log = output;
             self->m_items.removeIf([&](const OutdatedApp &row) { return row.id == app.id; });
-            self->m_status = zh ? u"已升级："_s + app.name : u"Done: "_s + app.name;
+            self->m_status = Words::upgraded(app.name, zh);
             Q_EMIT self->changed();
         });
     });

@@ -22,10 +22,6 @@ QString rawValue(CleanCategory category);
 // Exact raw values only; "LargeFiles" gives nullopt.
 std::optional<CleanCategory> cleanCategoryFromRaw(QStringView raw);
 
-// Heading and explanation in the current language, read at every call.
-QString title(CleanCategory category);
-QString note(CleanCategory category);
-
 inline size_t qHash(CleanCategory category, size_t seed = 0) noexcept
 {
     return size_t(category) ^ seed;

@@ -1,6 +1,4 @@
-#include "core/models/ToolPage.h"
-
-#include "core/text/L10n.h"
+#include "core/types/ToolPage.h"
 
 using namespace Qt::StringLiterals;
 
@@ -9,19 +7,17 @@ namespace {
 struct PageText
 {
     const char *raw;
-    const char16_t *en;
-    const char16_t *zh;
     const char *symbol;
 };
 
 constexpr std::array<PageText, 7> kPages{{
-    {"overview", u"Overview", u"总览", "gauge.with.dots.needle.33percent"},
-    {"cleanup", u"Clean Up", u"清理", "trash"},
-    {"leftovers", u"App Leftovers", u"卸载残留", "shippingbox"},
-    {"largeFiles", u"Large Files", u"大文件", "doc.zipper"},
-    {"unusedApps", u"Unused Apps", u"不用的应用", "app.dashed"},
-    {"screen", u"Screen Cleaning", u"清屏模式", "sparkles.rectangle.stack"},
-    {"updates", u"App Updater", u"应用更新", "arrow.down.circle"},
+    {"overview", "gauge.with.dots.needle.33percent"},
+    {"cleanup", "trash"},
+    {"leftovers", "shippingbox"},
+    {"largeFiles", "doc.zipper"},
+    {"unusedApps", "app.dashed"},
+    {"screen", "sparkles.rectangle.stack"},
+    {"updates", "arrow.down.circle"},
 }};
 
 const PageText &textOf(ToolPage page)
@@ -43,11 +39,6 @@ std::optional<ToolPage> toolPageFromRaw(QStringView raw)
             return page;
     }
     return std::nullopt;
-}
-
-QString title(ToolPage page)
-{
-    return L10n::pick(QString::fromUtf16(textOf(page).en), QString::fromUtf16(textOf(page).zh));
 }
 
 QString symbolName(ToolPage page)

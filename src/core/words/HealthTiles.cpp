@@ -1,4 +1,4 @@
-#include "core/health/HealthTiles.h"
+#include "core/words/HealthTiles.h"
 
 #include "core/health/SystemStats.h"
 #include "core/text/Fmt.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/cleanup/CleanCategory.h"
+#include "core/types/CleanCategory.h"
 
 #include <QList>
 #include <QString>
@@ -18,8 +18,6 @@ inline constexpr std::array<ToolPage, 7> kAllToolPages{
 
 QString rawValue(ToolPage page);
 std::optional<ToolPage> toolPageFromRaw(QStringView raw);
-// The sidebar title in the current language.
-QString title(ToolPage page);
 // The symbol name of the page's sidebar icon.
 QString symbolName(ToolPage page);
 // The categories of a clean-up page's model, in section order; nullopt for the other pages.

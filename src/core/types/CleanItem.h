@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/cleanup/CleanCategory.h"
+#include "core/types/CleanCategory.h"
 
 #include <QHash>
 #include <QString>

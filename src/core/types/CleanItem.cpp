@@ -1,4 +1,4 @@
-#include "core/cleanup/CleanItem.h"
+#include "core/types/CleanItem.h"
 
 QString CleanItem::id() const
 {
