@@ -158,33 +158,4 @@ QIcon icon(const QString &symbolName, const QColor &tint)
     return result;
 }
 
-QStringList symbolNames()
-{
-    return {
-        u"heart.text.square.fill"_s,
-        u"laptopcomputer"_s,
-        u"cpu"_s,
-        u"memorychip"_s,
-        u"internaldrive"_s,
-        u"battery.100percent.bolt"_s,
-        u"battery.75percent"_s,
-        u"powerplug"_s,
-        u"network"_s,
-        u"arrow.up"_s,
-        u"arrow.down"_s,
-        u"sparkles"_s,
-        u"gauge.with.dots.needle.33percent"_s,
-        u"trash"_s,
-        u"shippingbox"_s,
-        u"doc.zipper"_s,
-        u"app.dashed"_s,
-        u"sparkles.rectangle.stack"_s,
-        u"arrow.down.circle"_s,
-        u"magnifyingglass"_s,
-        u"lock.fill"_s,
-        u"gearshape"_s,
-        u"checkmark.shield"_s,
-    };
-}
-
 } // namespace Theme

@@ -23,7 +23,5 @@ QFont font(Font role);
 // Our SVG for a symbol name ("trash", "cpu", …), tinted; a null icon for unknown names.
 QIcon icon(const QString &symbolName, const QColor &tint = QColor());
 QPixmap symbol(const QString &symbolName, int size, const QColor &tint = QColor());
-// Every symbol name we ship.
-QStringList symbolNames();
 
 } // namespace Theme

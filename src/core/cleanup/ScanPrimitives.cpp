@@ -58,10 +58,7 @@ std::optional<QString> infoString(const QString &bundlePath, const char *key)
 std::optional<QString> runTool(const QString &tool, const QStringList &arguments,
                                double timeoutSeconds)
 {
-    const QByteArray native = QFile::encodeName(tool);
-    struct stat st;
-    if (native.isEmpty() || stat(native.constData(), &st) != 0 || !S_ISREG(st.st_mode) ||
-        access(native.constData(), X_OK) != 0)
+    if (!Shell::isExecutableFile(tool))
         return std::nullopt;
     return Shell::run(tool, arguments, {}, timeoutSeconds);
 }

@@ -3,6 +3,7 @@
 #include "core/disk/DiskUsage.h"
 #include "core/disk/DiskWalker.h"
 #include "core/disk/ParallelSize.h"
+#include "core/text/PathText.h"
 #include "core/util/MainThread.h"
 #include "platform/DirReader.h"
 #include "platform/Trash.h"
@@ -72,9 +73,7 @@ bool existsAt(const QString &path)
 qint64 directorySize(const QString &path, const Cancel &cancel)
 {
     // "link/" would make lstat and open follow the link; the entry meant is the link.
-    QByteArray native = QFile::encodeName(path);
-    while (native.size() > 1 && native.endsWith('/'))
-        native.chop(1);
+    const QByteArray native = QFile::encodeName(PathText::withoutTrailingSlashes(path).toString());
     struct stat st;
     if (native.isEmpty() || lstat(native.constData(), &st) != 0)
         return 0;

@@ -2,12 +2,15 @@
 
 #include <QByteArray>
 #include <QDeadlineTimer>
+#include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QStringDecoder>
 
 #include <algorithm>
 #include <cmath>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -54,6 +57,15 @@ std::optional<QString> decodeUtf8(const QByteArray &bytes)
 }
 
 } // namespace
+
+bool isExecutableFile(const QString &path)
+{
+    const QByteArray native = QFile::encodeName(path);
+    struct stat info;
+    if (native.isEmpty() || ::stat(native.constData(), &info) != 0 || !S_ISREG(info.st_mode))
+        return false;
+    return ::access(native.constData(), X_OK) == 0;
+}
 
 std::optional<QString> run(const QString &executable, const QStringList &arguments,
                            const QMap<QString, QString> &env, double timeoutSeconds)

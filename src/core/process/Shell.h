@@ -25,6 +25,10 @@ std::optional<QString> run(const QString &executable, const QStringList &argumen
 // Far above what the tools we run print (Homebrew's JSON listing, Spotlight's answers).
 inline constexpr qsizetype maxOutputBytes = 16 * 1024 * 1024;
 
+// True when `path` is a regular file this process may execute: the test every tool
+// lookup (Homebrew, Spotlight) makes before running anything.
+bool isExecutableFile(const QString &path);
+
 // The search path every child gets unless the caller overrides PATH.
 inline constexpr const char *kFixedPath =
     "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin";

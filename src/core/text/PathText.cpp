@@ -5,17 +5,12 @@
 #include <algorithm>
 
 namespace PathText {
-namespace {
-
-QStringView withoutTrailingSlashes(const QString &path)
+QStringView withoutTrailingSlashes(QStringView path)
 {
-    QStringView view(path);
-    while (view.size() > 1 && view.endsWith(u'/'))
-        view.chop(1);
-    return view;
+    while (path.size() > 1 && path.endsWith(u'/'))
+        path.chop(1);
+    return path;
 }
-
-} // namespace
 
 QString standardized(const QString &path)
 {

@@ -10,6 +10,9 @@ namespace PathText {
 // taken against the current folder first. (QDir::cleanPath keeps a leading "..".)
 QString standardized(const QString &path);
 
+// `path` without trailing "/" ("/" stays "/").
+QStringView withoutTrailingSlashes(QStringView path);
+
 // The last component once trailing "/" are removed ("" for "/").
 QString lastComponent(const QString &path);
 

@@ -1,9 +1,8 @@
 #include "core/types/CleanItem.h"
 
+#include "core/text/PathText.h"
+
 QString CleanItem::id() const
 {
-    QString p = path;
-    while (p.size() > 1 && p.endsWith(u'/'))
-        p.chop(1);
-    return p;
+    return PathText::withoutTrailingSlashes(path).toString();
 }

@@ -19,15 +19,6 @@ namespace {
 constexpr double kOutdatedTimeoutSeconds = 120.0;
 constexpr double kUpgradeTimeoutSeconds = 900.0;
 
-bool isExecutableFile(const QString &path)
-{
-    const QByteArray native = QFile::encodeName(path);
-    struct stat info;
-    if (native.isEmpty() || ::stat(native.constData(), &info) != 0 || !S_ISREG(info.st_mode))
-        return false;
-    return ::access(native.constData(), X_OK) == 0;
-}
-
 // A group only counts when every element is an object: an answer whose shape we do not
 // recognise contributes nothing rather than half of itself.
 QList<QJsonObject> objectArray(const QJsonValue &value)
@@ -93,7 +84,7 @@ std::optional<QString> Homebrew::brewPath(const QStringList &candidates)
     // Deliberately not PATH: a `brew` found there could be anything the user's shell put
     // first, and Shell gives every child a fixed search path anyway.
     for (const QString &candidate : candidates) {
-        if (isExecutableFile(candidate))
+        if (Shell::isExecutableFile(candidate))
             return candidate;
     }
     return std::nullopt;

@@ -64,16 +64,6 @@ bool isWithin(const QByteArray &path, const QByteArray &folder)
     return path == folder || path.startsWith(folder.endsWith('/') ? folder : folder + '/');
 }
 
-std::optional<QByteArray> realPath(const QByteArray &path)
-{
-    char *resolved = ::realpath(path.constData(), nullptr);
-    if (resolved == nullptr)
-        return std::nullopt;
-    QByteArray result(resolved);
-    std::free(resolved);
-    return result;
-}
-
 // Absolute, without ".", "..", empty components or trailing slashes: the form the guard
 // judged, so that "link/" names the link and ".." cannot climb out of a checked folder.
 QByteArray standardized(const QString &given)
@@ -174,7 +164,7 @@ std::variant<Item, TrashMove> locate(const QString &given, const QString &anchor
     struct stat st = {};
     if (::fstatat(parent.get(), name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
         return failedWith(errno);
-    const std::optional<QByteArray> realAnchor = realPath(anchor);
+    const std::optional<QByteArray> realAnchor = XdgTrash::realPath(anchor);
     if (!realAnchor)
         return failedWith(errno);
     const QByteArray realParent = relative.isEmpty() ? *realAnchor : joined(*realAnchor, relative);
@@ -237,7 +227,7 @@ TrashMove moveToTrash(const QString &path, const QString &anchor, const UserFold
         return failed(trash.failure, trash.errorCode);
 
     // Neither the Trash, nor anything in it, nor a folder holding it may go in.
-    const std::optional<QByteArray> realTrash = realPath(trash.path);
+    const std::optional<QByteArray> realTrash = XdgTrash::realPath(trash.path);
     if (!realTrash)
         return failedWith(errno);
     if (isWithin(item.path, *realTrash) || isWithin(*realTrash, item.path))

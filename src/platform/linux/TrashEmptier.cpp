@@ -353,16 +353,6 @@ struct Emptier
     }
 };
 
-std::optional<QByteArray> realPath(const QByteArray &path)
-{
-    char *resolved = ::realpath(path.constData(), nullptr);
-    if (resolved == nullptr)
-        return std::nullopt;
-    QByteArray result(resolved);
-    std::free(resolved);
-    return result;
-}
-
 // `relative` opened below the resolved folder `base` one name at a time, none of them a link,
 // so a link swapped in after realpath() cannot lead elsewhere. -1 with errno on failure.
 int openBelow(const QByteArray &base, const QByteArray &relative)
@@ -399,10 +389,10 @@ TrashEmptying emptyTrash(const std::optional<TrashContents> &confirmed, const Us
     const QByteArray base = XdgTrash::trashBase(user);
     if (trash.isEmpty() || base.isEmpty())
         return {}; // no home, so no home Trash
-    const std::optional<QByteArray> realTrash = realPath(trash);
+    const std::optional<QByteArray> realTrash = XdgTrash::realPath(trash);
     if (!realTrash) // never created is empty; anything else is not known to be
         return errno == ENOENT || errno == ENOTDIR ? TrashEmptying{} : refused(nullptr);
-    const QByteArray realBase = realPath(base).value_or(QByteArray());
+    const QByteArray realBase = XdgTrash::realPath(base).value_or(QByteArray());
     const QByteArray prefix = realBase.endsWith('/') ? realBase : realBase + '/';
     if (realBase.isEmpty() || realTrash->size() <= prefix.size() || !realTrash->startsWith(prefix))
         return refused(nullptr);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -115,6 +116,16 @@ int renameNoReplace(int fromDir, const char *from, int toDir, const char *to)
     if (::renameat(fromDir, from, toDir, to) == 0)
         return 0;
     return errno == ENOTEMPTY ? EEXIST : errno;
+}
+
+std::optional<QByteArray> realPath(const QByteArray &path)
+{
+    char *resolved = ::realpath(path.constData(), nullptr);
+    if (resolved == nullptr)
+        return std::nullopt;
+    QByteArray result(resolved);
+    std::free(resolved);
+    return result;
 }
 
 QByteArray joined(const QByteArray &dir, const QByteArray &name)

@@ -59,6 +59,9 @@ QByteArray infoText(const QByteArray &path);
 // allow.
 int renameNoReplace(int fromDir, const char *from, int toDir, const char *to);
 
+// The path with every link resolved, or nullopt with errno set.
+std::optional<QByteArray> realPath(const QByteArray &path);
+
 // "/a" + "b" without doubling the slash when dir is "/".
 QByteArray joined(const QByteArray &dir, const QByteArray &name);
 
