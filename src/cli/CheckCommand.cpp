@@ -1,9 +1,9 @@
 #include "Commands.h"
 #include "Output.h"
 
-#include "core/cleanup/CleanCategory.h"
 #include "core/cleanup/SafetyGuard.h"
 #include "core/text/PathText.h"
+#include "core/types/CleanCategory.h"
 #include "core/words/CleanupWords.h"
 
 #include <QJsonArray>

@@ -3,10 +3,10 @@
 #include "ModelRunner.h"
 
 #include "core/models/CleanModel.h"
-#include "core/models/ToolPage.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 #include "core/text/PathText.h"
+#include "core/types/ToolPage.h"
 
 using namespace Qt::StringLiterals;
 

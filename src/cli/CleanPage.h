@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/cleanup/CleanItem.h"
+#include "core/types/CleanItem.h"
 
 #include <QJsonObject>
 #include <QList>

@@ -2,9 +2,9 @@
 #include "Commands.h"
 #include "Output.h"
 
-#include "core/health/HealthTiles.h"
 #include "core/health/SystemStats.h"
 #include "core/text/L10n.h"
+#include "core/words/HealthTiles.h"
 
 #include <QEventLoop>
 #include <QJsonDocument>

@@ -6,6 +6,7 @@
 #include "core/models/CleanModel.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
+#include "core/words/CategoryWords.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/updates/AppUpdater.h"
+#include "core/models/AppUpdater.h"
 
 #include <QString>
 #include <QStringList>

@@ -3,8 +3,9 @@
 #include "Output.h"
 #include "UpdateCheck.h"
 
+#include "core/models/AppUpdater.h"
 #include "core/text/L10n.h"
-#include "core/updates/AppUpdater.h"
+#include "core/words/UpdatesWords.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -4,8 +4,8 @@
 #include "Output.h"
 #include "UpdateCheck.h"
 
+#include "core/models/AppUpdater.h"
 #include "core/text/L10n.h"
-#include "core/updates/AppUpdater.h"
 #include "core/updates/Homebrew.h"
 
 #include <QJsonDocument>
