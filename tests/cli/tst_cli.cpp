@@ -101,6 +101,9 @@ void CliTest::usageErrors_data()
     QTest::newRow("unknown category")
         << QStringList{u"check"_s, u"--category"_s, u"LargeFiles"_s, u"/x"_s}
         << u"unknown category LargeFiles"_s;
+    QTest::newRow("category value that looks like an option")
+        << QStringList{u"check"_s, u"--category"_s, u"--json"_s, u"/x"_s}
+        << u"unknown category --json"_s;
     QTest::newRow("no path") << QStringList{u"check"_s, u"--category"_s, u"logs"_s} << u"no path"_s;
     QTest::newRow("unknown option")
         << QStringList{u"check"_s, u"--category"_s, u"logs"_s, u"--jsn"_s, u"/x"_s}
@@ -191,6 +194,11 @@ void CliTest::chinese()
         cli({u"check"_s, u"--category"_s, u"logs"_s, u"/etc/hosts"_s}, u"zh_CN.UTF-8"_s);
     QCOMPARE(run.status, 1);
     QCOMPARE(run.out, u"/etc/hosts\trefused\t不在个人文件夹内，拒绝\n"_s);
+
+    const Run usage = cli({u"check"_s, u"/etc/hosts"_s}, u"zh_CN.UTF-8"_s);
+    QCOMPARE(usage.status, 2);
+    QVERIFY2(usage.err.startsWith(u"quorvel-cli check: 必须给出 --category\n用法："_s),
+             qPrintable(usage.err));
 }
 
 QTEST_GUILESS_MAIN(CliTest)
