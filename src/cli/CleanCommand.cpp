@@ -139,19 +139,15 @@ QString plan(const QList<CleanItem> &taken)
 
 int clean(const QStringList &arguments, const Locations &where)
 {
-    const CommandLine::Parsed args =
-        CommandLine::parse(arguments, {{u"--json"_s, u"--dry-run"_s, u"--yes"_s}, u"--only"_s});
-    if (args.help) {
-        Output::out(usage());
-        return Output::kOk;
-    }
-    if (args.problem)
-        return CommandLine::usageError("clean", *args.problem, usage());
-    if (args.positional.size() != 1) {
-        return CommandLine::usageError(
-            "clean", L10n::pick(u"expected exactly one PAGE"_s, u"需要且只需要一个 PAGE"_s),
-            usage());
-    }
+    const auto read = CommandLine::read("clean", arguments,
+                                        {.switches = {u"--json"_s, u"--dry-run"_s, u"--yes"_s},
+                                         .listOption = u"--only"_s,
+                                         .positional = CommandLine::Arity::one,
+                                         .positionalName = u"PAGE"_s},
+                                        usage);
+    if (const int *status = std::get_if<int>(&read))
+        return *status;
+    const CommandLine::Parsed &args = std::get<CommandLine::Parsed>(read);
     const auto categories = CleanPage::categories(args.positional.first());
     if (!categories) {
         return CommandLine::usageError(

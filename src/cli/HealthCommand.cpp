@@ -124,20 +124,11 @@ bool catchInterrupts()
 
 int health(const QStringList &arguments, const Locations &)
 {
-    const CommandLine::Parsed args =
-        CommandLine::parse(arguments, {{u"--json"_s, u"--watch"_s}, {}});
-    if (args.help) {
-        Output::out(usage());
-        return Output::kOk;
-    }
-    if (args.problem)
-        return CommandLine::usageError("health", *args.problem, usage());
-    if (!args.positional.isEmpty()) {
-        return CommandLine::usageError("health",
-                                       L10n::pick(u"unexpected argument "_s, u"多余的参数 "_s) +
-                                           args.positional.first(),
-                                       usage());
-    }
+    const auto read =
+        CommandLine::read("health", arguments, {.switches = {u"--json"_s, u"--watch"_s}}, usage);
+    if (const int *status = std::get_if<int>(&read))
+        return *status;
+    const CommandLine::Parsed &args = std::get<CommandLine::Parsed>(read);
     const bool asJson = args.switches.contains(u"--json"_s);
     const bool watch = args.switches.contains(u"--watch"_s);
     const bool clearScreen = watch && !asJson && isatty(STDOUT_FILENO) == 1;

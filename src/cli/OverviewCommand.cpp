@@ -51,19 +51,10 @@ QString json(const OverviewModel &model)
 
 int overview(const QStringList &arguments, const Locations &where)
 {
-    const CommandLine::Parsed args = CommandLine::parse(arguments, {{u"--json"_s}, {}});
-    if (args.help) {
-        Output::out(usage());
-        return Output::kOk;
-    }
-    if (args.problem)
-        return CommandLine::usageError("overview", *args.problem, usage());
-    if (!args.positional.isEmpty()) {
-        return CommandLine::usageError("overview",
-                                       L10n::pick(u"unexpected argument "_s, u"多余的参数 "_s) +
-                                           args.positional.first(),
-                                       usage());
-    }
+    const auto read = CommandLine::read("overview", arguments, {.switches = {u"--json"_s}}, usage);
+    if (const int *status = std::get_if<int>(&read))
+        return *status;
+    const CommandLine::Parsed &args = std::get<CommandLine::Parsed>(read);
 
     OverviewModel model(OverviewModel::Services::real(where));
     ModelRunner::ProgressLine progress;

@@ -59,18 +59,14 @@ QString json(const QString &page, const CleanModel &model)
 
 int scan(const QStringList &arguments, const Locations &where)
 {
-    const CommandLine::Parsed args = CommandLine::parse(arguments, {{u"--json"_s}, {}});
-    if (args.help) {
-        Output::out(usage());
-        return Output::kOk;
-    }
-    if (args.problem)
-        return CommandLine::usageError("scan", *args.problem, usage());
-    if (args.positional.size() != 1) {
-        return CommandLine::usageError(
-            "scan", L10n::pick(u"expected exactly one PAGE"_s, u"需要且只需要一个 PAGE"_s),
-            usage());
-    }
+    const auto read = CommandLine::read("scan", arguments,
+                                        {.switches = {u"--json"_s},
+                                         .positional = CommandLine::Arity::one,
+                                         .positionalName = u"PAGE"_s},
+                                        usage);
+    if (const int *status = std::get_if<int>(&read))
+        return *status;
+    const CommandLine::Parsed &args = std::get<CommandLine::Parsed>(read);
     const QString page = args.positional.first();
     const auto categories = CleanPage::categories(page);
     if (!categories) {

@@ -85,20 +85,11 @@ QString empty(OverviewModel &model, const std::optional<Platform::TrashContents>
 
 int trash(const QStringList &arguments, const Locations &where)
 {
-    const CommandLine::Parsed args =
-        CommandLine::parse(arguments, {{u"--json"_s, u"--empty"_s, u"--yes"_s}, {}});
-    if (args.help) {
-        Output::out(usage());
-        return Output::kOk;
-    }
-    if (args.problem)
-        return CommandLine::usageError("trash", *args.problem, usage());
-    if (!args.positional.isEmpty()) {
-        return CommandLine::usageError("trash",
-                                       L10n::pick(u"unexpected argument "_s, u"多余的参数 "_s) +
-                                           args.positional.first(),
-                                       usage());
-    }
+    const auto read = CommandLine::read(
+        "trash", arguments, {.switches = {u"--json"_s, u"--empty"_s, u"--yes"_s}}, usage);
+    if (const int *status = std::get_if<int>(&read))
+        return *status;
+    const CommandLine::Parsed &args = std::get<CommandLine::Parsed>(read);
     const bool json = args.switches.contains(u"--json"_s);
     const bool emptying = args.switches.contains(u"--empty"_s);
     const bool yes = args.switches.contains(u"--yes"_s);

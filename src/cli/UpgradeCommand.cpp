@@ -65,17 +65,14 @@ QString json(const OutdatedApp &app, const AppUpdater &updater)
 
 int upgrade(const QStringList &arguments, const Locations &where)
 {
-    const CommandLine::Parsed args = CommandLine::parse(arguments, {{u"--json"_s}, {}});
-    if (args.help) {
-        Output::out(usage());
-        return Output::kOk;
-    }
-    if (args.problem)
-        return CommandLine::usageError("upgrade", *args.problem, usage());
-    if (args.positional.size() != 1) {
-        return CommandLine::usageError(
-            "upgrade", L10n::pick(u"expected exactly one ID"_s, u"需要且只需要一个 ID"_s), usage());
-    }
+    const auto read = CommandLine::read("upgrade", arguments,
+                                        {.switches = {u"--json"_s},
+                                         .positional = CommandLine::Arity::one,
+                                         .positionalName = u"ID"_s},
+                                        usage);
+    if (const int *status = std::get_if<int>(&read))
+        return *status;
+    const CommandLine::Parsed &args = std::get<CommandLine::Parsed>(read);
     const QString id = args.positional.first();
     // Checked before the scan: without brew, no id can succeed and the scan would be wasted.
     if (!Homebrew::brewPath(UpdateCheck::brewCandidates()))
