@@ -3,6 +3,7 @@
 // "key value" lines on stdout, failures on stderr; nothing here is for people.
 #include "core/cleanup/Cleaner.h"
 #include "core/disk/DiskScanner.h"
+#include "core/system/RealSystem.h"
 #include "core/types/CleanItem.h"
 #include "core/words/CleanupWords.h"
 
@@ -72,7 +73,8 @@ int main(int argc, char **argv)
         return usage();
 
     const Clock::time_point listStart = Clock::now();
-    const QString caches = QDir::homePath() + QStringLiteral("/Library/Caches");
+    const RealSystem system(Locations::fromEnvironment());
+    const QString caches = system.where().library(QStringLiteral("Caches"));
     const std::optional<QList<QByteArray>> names = entryNames(QFile::encodeName(caches));
     if (!names) {
         write(stderr, "quorvel-removebench: cannot list " + QFile::encodeName(caches) + '\n');
@@ -93,12 +95,12 @@ int main(int argc, char **argv)
     const Clock::time_point sizeStart = Clock::now();
     if (sizes) {
         for (CleanItem &item : items)
-            item.bytes = DiskScanner::itemSize(item.path);
+            item.bytes = DiskScanner::directorySize(item.path);
     }
     const double sizeMs = msSince(sizeStart);
 
     const Clock::time_point removeStart = Clock::now();
-    const Cleaner::Result result = Cleaner::remove(items);
+    const Cleaner::Result result = Cleaner::remove(items, system);
     const double removeMs = msSince(removeStart);
 
     const QStringList failures = Words::failureLines(result);

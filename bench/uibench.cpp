@@ -4,6 +4,7 @@
 // "key value" lines; a page that does not show what it should ends the run with status 1.
 //   quorvel-uibench ITEMS [ROUNDS]   (run with the fixture's HOME, on a real display)
 #include "core/models/CleanModel.h"
+#include "core/system/RealSystem.h"
 #include "core/types/ToolPage.h"
 #include "ui/pages/CleanListView.h"
 
@@ -81,7 +82,9 @@ int main(int argc, char **argv)
         fail("usage: quorvel-uibench ITEMS [ROUNDS]");
     const int rounds = arguments.size() > 2 ? std::max(1, arguments.at(2).toInt()) : 5;
 
-    CleanModel model(cleanCategories(ToolPage::cleanup).value());
+    const auto system = std::make_shared<RealSystem>(Locations::fromEnvironment());
+    CleanModel model(cleanCategories(ToolPage::cleanup).value(),
+                     CleanModel::Services::real(system));
     // Connected ahead of the page, so the clock starts before the page hears of the change.
     QElapsedTimer shownClock;
     bool awaitingScan = false;
@@ -92,7 +95,7 @@ int main(int argc, char **argv)
         }
     });
 
-    CleanListView page(model);
+    CleanListView page(model, [](const QString &) {});
     page.resize(kPageSize);
     page.show();
     const QDeadlineTimer exposeDeadline(10'000);

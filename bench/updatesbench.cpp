@@ -1,6 +1,7 @@
 // One whole update check against a loopback server, so bench/updates.sh can set its wall
 // time beside curl fetching the same URLs. Plain "key value" lines; nothing is for people.
 #include "core/models/AppUpdater.h"
+#include "core/system/RealSystem.h"
 #include "core/updates/HttpClient.h"
 #include "core/updates/Inventory.h"
 
@@ -184,9 +185,12 @@ int check(std::chrono::milliseconds inactivity, const QString &requestsFile)
     }
     HttpClient::setTimeoutsForTesting(inactivity, HttpClient::defaultTotal);
 
-    AppUpdater::Services services = AppUpdater::Services::real();
+    const auto system = std::make_shared<RealSystem>(Locations::fromEnvironment());
+    AppUpdater::Services services = AppUpdater::Services::real(system);
     services.brewOutdated = [] { return QList<OutdatedApp>(); };
-    services.applications = [folder] { return Inventory::applications({folder}); };
+    services.applications = [folder, system] {
+        return Inventory::applications({folder}, system->where());
+    };
     AppUpdater updater(std::move(services));
 
     QEventLoop loop;

@@ -1,5 +1,6 @@
 // The two disk walks as bare commands, so bench/run.sh can time them against du, gdu and
 // find on the same tree. Nothing here is shown to users: plain numbers, one per line.
+#include "core/cleanup/CleanScanners.h"
 #include "core/disk/DiskScanner.h"
 
 #include <QByteArray>
@@ -44,7 +45,7 @@ int large(const char *argument, bool list)
     const qint64 minBytes = QByteArray(argument).toLongLong(&ok);
     if (!ok || minBytes < 0)
         return usage();
-    const QList<CleanItem> found = DiskScanner::largeFiles(minBytes, {});
+    const QList<CleanItem> found = Cleaner::largeFiles(minBytes, {}, Locations::fromEnvironment());
     qint64 total = 0;
     for (const CleanItem &item : found)
         total += item.bytes;

@@ -34,9 +34,9 @@ constexpr qint64 kReopenGuardMs = 300;
 
 } // namespace
 
-App::App(const Locations &where, QObject *parent)
-    : QObject(parent), m_where(where),
-      m_overview(std::make_unique<OverviewModel>(OverviewModel::Services::real(where))),
+App::App(std::shared_ptr<const System> system, QObject *parent)
+    : QObject(parent), m_system(system),
+      m_overview(std::make_unique<OverviewModel>(OverviewModel::Services::real(system))),
       m_overlays(std::make_unique<OverlayWindows>())
 {
     qApp->installEventFilter(this); // macOS hands "quorvel://" URLs over as open events
@@ -69,7 +69,7 @@ void App::start(const QStringList &arguments, const QStringList &urls)
     QTimer::singleShot(0, this, [this, snapshotFolder, urls] {
         if (snapshotFolder) {
             m_snapshot = std::make_unique<Snapshot>(
-                *snapshotFolder, [this](const QString &request) { route(request); }, m_where,
+                *snapshotFolder, [this](const QString &request) { route(request); }, m_system,
                 *m_overview);
             m_snapshot->start();
         }
@@ -95,7 +95,7 @@ void App::route(const QString &request)
 void App::openTools()
 {
     if (!m_tools) {
-        m_tools = new ToolsWindow(m_where, *m_overview);
+        m_tools = new ToolsWindow(m_system, *m_overview);
         m_tools->setAttribute(Qt::WA_DeleteOnClose); // reopening gives fresh models
         m_tools->setWindowTitle(u"Quorvel"_s);
         m_tools->resize(kToolsSize);

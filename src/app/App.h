@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/system/Locations.h"
+#include "core/system/System.h"
 
 #include <QElapsedTimer>
 #include <QObject>
@@ -25,7 +25,7 @@ class App final : public QObject
     Q_OBJECT
 
 public:
-    explicit App(const Locations &where, QObject *parent = nullptr);
+    explicit App(std::shared_ptr<const System> system, QObject *parent = nullptr);
     ~App() override;
 
     // Launch: the tray (or, without one, the tools window so the app is reachable), the
@@ -53,7 +53,7 @@ private:
     QSystemTrayIcon *m_tray = nullptr;
     QPointer<HealthPanel> m_panel;
     QElapsedTimer m_panelHidden;
-    Locations m_where;
+    std::shared_ptr<const System> m_system;
     std::unique_ptr<OverviewModel> m_overview;
     QPointer<ToolsWindow> m_tools;
     std::unique_ptr<Snapshot> m_snapshot;

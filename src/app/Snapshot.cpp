@@ -70,9 +70,9 @@ double Snapshot::waitScale()
 }
 
 Snapshot::Snapshot(QString folder, std::function<void(const QString &)> route,
-                   const Locations &where, OverviewModel &overview, QObject *parent)
-    : QObject(parent), m_folder(QDir(folder).absolutePath()), m_where(where), m_overview(overview),
-      m_route(std::move(route))
+                   std::shared_ptr<const System> system, OverviewModel &overview, QObject *parent)
+    : QObject(parent), m_folder(QDir(folder).absolutePath()), m_system(std::move(system)),
+      m_overview(overview), m_route(std::move(route))
 {}
 
 Snapshot::~Snapshot() = default;
@@ -139,9 +139,9 @@ void Snapshot::startWork()
     m_overview.refreshTrash();
     m_overview.scan();
     m_leftovers = new CleanModel(*cleanCategories(ToolPage::leftovers),
-                                 CleanModel::Services::real(m_where), this);
+                                 CleanModel::Services::real(m_system), this);
     m_leftovers->scan();
-    m_updater = new AppUpdater(AppUpdater::Services::real(m_where), this);
+    m_updater = new AppUpdater(AppUpdater::Services::real(m_system), this);
     m_updater->scan();
 }
 

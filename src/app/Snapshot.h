@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/system/Locations.h"
+#include "core/system/System.h"
 
 #include <QList>
 #include <QObject>
@@ -29,8 +29,9 @@ public:
 
     // `route` is the app's own request router: the tools window must open in this
     // process, never through another instance's socket.
-    Snapshot(QString folder, std::function<void(const QString &)> route, const Locations &where,
-             OverviewModel &overview, QObject *parent = nullptr);
+    Snapshot(QString folder, std::function<void(const QString &)> route,
+             std::shared_ptr<const System> system, OverviewModel &overview,
+             QObject *parent = nullptr);
     ~Snapshot() override;
 
     // Returns at once; the last step quits the app.
@@ -60,7 +61,7 @@ private:
     void write(const QString &name, const QByteArray &data) const;
 
     QString m_folder;
-    Locations m_where;
+    std::shared_ptr<const System> m_system;
     OverviewModel &m_overview;
     std::function<void(const QString &)> m_route;
     QList<Step> m_steps;

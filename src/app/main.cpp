@@ -2,7 +2,7 @@
 #include "SingleInstance.h"
 
 #include "Snapshot.h"
-#include "core/system/Locations.h"
+#include "core/system/RealSystem.h"
 
 #include <QApplication>
 #include <QSocketNotifier>
@@ -75,10 +75,10 @@ int main(int argc, char **argv)
     const QStringList urls = urlArguments(arguments);
 
     // The one read of the user's folders for this process; everything below gets it passed.
-    const Locations where = Locations::fromEnvironment();
-    App app(where);
+    const auto system = std::make_shared<const RealSystem>(Locations::fromEnvironment());
+    App app(system);
     SingleInstance instance([&app](const QString &request) { app.route(request); },
-                            Platform::cacheFolder(where.userFolders()));
+                            Platform::cacheFolder(system->where().userFolders()));
     // Snapshot runs stay out of the way of (and unreachable from) a running instance.
     if (!Snapshot::requestedFolder(arguments) && !instance.claim()) {
         bool handedOver = true;

@@ -33,7 +33,7 @@ QString usage()
 
 } // namespace
 
-int check(const QStringList &arguments, const Locations &where)
+int check(const QStringList &arguments, const std::shared_ptr<const System> &system)
 {
     const auto read = CommandLine::read("check", arguments,
                                         {.switches = {u"--json"_s},
@@ -64,7 +64,7 @@ int check(const QStringList &arguments, const Locations &where)
     QJsonArray answers;
     QString text;
     for (const QString &path : paths) {
-        const auto refused = SafetyGuard::refusal(path, *category, where);
+        const auto refused = SafetyGuard::refusal(path, *category, system->where());
         anyRefused = anyRefused || refused.has_value();
         const std::optional<QString> refusal =
             refused ? std::optional(Words::refusal(*refused)) : std::nullopt;

@@ -137,7 +137,7 @@ QString plan(const QList<CleanItem> &taken)
 
 } // namespace
 
-int clean(const QStringList &arguments, const Locations &where)
+int clean(const QStringList &arguments, const std::shared_ptr<const System> &system)
 {
     const auto read = CommandLine::read("clean", arguments,
                                         {.switches = {u"--json"_s, u"--dry-run"_s, u"--yes"_s},
@@ -163,7 +163,7 @@ int clean(const QStringList &arguments, const Locations &where)
         return Output::kUsage;
     }
 
-    CleanModel model(*categories, CleanModel::Services::real(where));
+    CleanModel model(*categories, CleanModel::Services::real(system));
     CleanPage::scan(model);
     if (!args.listValues.isEmpty()) {
         const std::optional<QSet<QString>> chosen = pathsOf(model.items(), args.listValues);

@@ -1,6 +1,8 @@
 #pragma once
 
-#include "core/system/Locations.h"
+#include "core/system/System.h"
+
+#include <memory>
 
 #include <QString>
 #include <QStringList>
@@ -14,15 +16,15 @@ struct Command
     const char *name;
     const char16_t *summaryEn;
     const char16_t *summaryZh;
-    int (*run)(const QStringList &arguments, const Locations &where);
+    int (*run)(const QStringList &arguments, const std::shared_ptr<const System> &system);
 };
 
-int check(const QStringList &arguments, const Locations &where);
-int scan(const QStringList &arguments, const Locations &where);
-int clean(const QStringList &arguments, const Locations &where);
-int overview(const QStringList &arguments, const Locations &where);
-int trash(const QStringList &arguments, const Locations &where);
-int updates(const QStringList &arguments, const Locations &where);
-int upgrade(const QStringList &arguments, const Locations &where);
+int check(const QStringList &arguments, const std::shared_ptr<const System> &system);
+int scan(const QStringList &arguments, const std::shared_ptr<const System> &system);
+int clean(const QStringList &arguments, const std::shared_ptr<const System> &system);
+int overview(const QStringList &arguments, const std::shared_ptr<const System> &system);
+int trash(const QStringList &arguments, const std::shared_ptr<const System> &system);
+int updates(const QStringList &arguments, const std::shared_ptr<const System> &system);
+int upgrade(const QStringList &arguments, const std::shared_ptr<const System> &system);
 
 } // namespace Commands

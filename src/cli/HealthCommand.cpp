@@ -122,7 +122,7 @@ bool catchInterrupts()
 
 } // namespace
 
-int health(const QStringList &arguments, const Locations &)
+int health(const QStringList &arguments, const std::shared_ptr<const System> &)
 {
     const auto read =
         CommandLine::read("health", arguments, {.switches = {u"--json"_s, u"--watch"_s}}, usage);

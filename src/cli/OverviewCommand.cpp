@@ -49,14 +49,14 @@ QString json(const OverviewModel &model)
 
 } // namespace
 
-int overview(const QStringList &arguments, const Locations &where)
+int overview(const QStringList &arguments, const std::shared_ptr<const System> &system)
 {
     const auto read = CommandLine::read("overview", arguments, {.switches = {u"--json"_s}}, usage);
     if (const int *status = std::get_if<int>(&read))
         return *status;
     const CommandLine::Parsed &args = std::get<CommandLine::Parsed>(read);
 
-    OverviewModel model(OverviewModel::Services::real(where));
+    OverviewModel model(OverviewModel::Services::real(system));
     ModelRunner::ProgressLine progress;
     model.refreshTrash();
     model.scan();

@@ -57,7 +57,7 @@ QString json(const QString &page, const CleanModel &model)
 
 } // namespace
 
-int scan(const QStringList &arguments, const Locations &where)
+int scan(const QStringList &arguments, const std::shared_ptr<const System> &system)
 {
     const auto read = CommandLine::read("scan", arguments,
                                         {.switches = {u"--json"_s},
@@ -74,7 +74,7 @@ int scan(const QStringList &arguments, const Locations &where)
             "scan", L10n::pick(u"unknown page "_s, u"未知页面 "_s) + page, usage());
     }
 
-    CleanModel model(*categories, CleanModel::Services::real(where));
+    CleanModel model(*categories, CleanModel::Services::real(system));
     CleanPage::scan(model);
     Output::out(args.switches.contains(u"--json"_s) ? json(page, model) : text(model));
     return Output::kOk;

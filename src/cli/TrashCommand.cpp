@@ -83,7 +83,7 @@ QString empty(OverviewModel &model, const std::optional<Platform::TrashContents>
 
 } // namespace
 
-int trash(const QStringList &arguments, const Locations &where)
+int trash(const QStringList &arguments, const std::shared_ptr<const System> &system)
 {
     const auto read = CommandLine::read(
         "trash", arguments, {.switches = {u"--json"_s, u"--empty"_s, u"--yes"_s}}, usage);
@@ -98,7 +98,7 @@ int trash(const QStringList &arguments, const Locations &where)
         return Output::kUsage;
     }
 
-    OverviewModel model(OverviewModel::Services::real(where));
+    OverviewModel model(OverviewModel::Services::real(system));
     TrashReport::refresh(model);
     if (!json)
         Output::out(figuresLine(model));

@@ -28,9 +28,9 @@ QStringList brewCandidates()
     return Homebrew::defaultBrewCandidates();
 }
 
-AppUpdater::Services services(const Locations &where)
+AppUpdater::Services services(const std::shared_ptr<const System> &system)
 {
-    AppUpdater::Services services = AppUpdater::Services::real(where);
+    AppUpdater::Services services = AppUpdater::Services::real(system);
     const QStringList candidates = brewCandidates();
     services.brewOutdated = [candidates] { return Homebrew::brewOutdated(candidates); };
     services.brewPath = [candidates] { return Homebrew::brewPath(candidates); };

@@ -11,7 +11,7 @@ namespace UpdateCheck {
 // QUORVEL_BREW, when set, is the only candidate, so that tests and unusual installs need
 // nothing under /opt or /usr/local. Set but not an executable means no Homebrew.
 QStringList brewCandidates();
-AppUpdater::Services services(const Locations &where);
+AppUpdater::Services services(const std::shared_ptr<const System> &system);
 
 // Runs one scan to completion, with its progress on standard error when that is a terminal.
 void scan(AppUpdater &updater);

@@ -57,14 +57,14 @@ QString json(const AppUpdater &updater)
 
 } // namespace
 
-int updates(const QStringList &arguments, const Locations &where)
+int updates(const QStringList &arguments, const std::shared_ptr<const System> &system)
 {
     const auto read = CommandLine::read("updates", arguments, {.switches = {u"--json"_s}}, usage);
     if (const int *status = std::get_if<int>(&read))
         return *status;
     const CommandLine::Parsed &args = std::get<CommandLine::Parsed>(read);
 
-    AppUpdater updater(UpdateCheck::services(where));
+    AppUpdater updater(UpdateCheck::services(system));
     UpdateCheck::scan(updater);
     Output::out(args.switches.contains(u"--json"_s) ? json(updater) : text(updater));
     return Output::kOk;

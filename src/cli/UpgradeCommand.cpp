@@ -63,7 +63,7 @@ QString json(const OutdatedApp &app, const AppUpdater &updater)
 
 } // namespace
 
-int upgrade(const QStringList &arguments, const Locations &where)
+int upgrade(const QStringList &arguments, const std::shared_ptr<const System> &system)
 {
     const auto read = CommandLine::read("upgrade", arguments,
                                         {.switches = {u"--json"_s},
@@ -78,7 +78,7 @@ int upgrade(const QStringList &arguments, const Locations &where)
     if (!Homebrew::brewPath(UpdateCheck::brewCandidates()))
         return fail(noHomebrew());
 
-    AppUpdater updater(UpdateCheck::services(where));
+    AppUpdater updater(UpdateCheck::services(system));
     UpdateCheck::scan(updater);
     const QList<OutdatedApp> &items = updater.items();
     const auto found = std::find_if(items.cbegin(), items.cend(), [&](const OutdatedApp &app) {

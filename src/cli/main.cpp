@@ -1,5 +1,7 @@
 #include "Commands.h"
+
 #include "Output.h"
+#include "core/system/RealSystem.h"
 
 #include "core/text/L10n.h"
 
@@ -9,7 +11,8 @@
 using namespace Qt::StringLiterals;
 
 namespace Commands {
-int health(const QStringList &arguments, const Locations &where); // HealthCommand.cpp
+int health(const QStringList &arguments,
+           const std::shared_ptr<const System> &system); // HealthCommand.cpp
 } // namespace Commands
 
 namespace {
@@ -71,10 +74,11 @@ int main(int argc, char **argv)
     }
     const QString name = arguments.takeFirst();
     // The one read of the user's folders for this process.
-    const Locations where = Locations::fromEnvironment();
+    const std::shared_ptr<const System> system =
+        std::make_shared<RealSystem>(Locations::fromEnvironment());
     for (const auto &command : kCommands) {
         if (name == QLatin1String(command.name))
-            return command.run(arguments, where);
+            return command.run(arguments, system);
     }
     Output::err(u"quorvel-cli: "_s + L10n::pick(u"unknown command "_s, u"未知命令 "_s) + name +
                 u"\n\n"_s + help());

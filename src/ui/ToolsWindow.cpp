@@ -23,10 +23,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-std::unique_ptr<CleanModel> modelFor(ToolPage page, const Locations &where)
+std::unique_ptr<CleanModel> modelFor(ToolPage page, const std::shared_ptr<const System> &system)
 {
     return std::make_unique<CleanModel>(cleanCategories(page).value_or(QList<CleanCategory>{}),
-                                        CleanModel::Services::real(where));
+                                        CleanModel::Services::real(system));
 }
 
 int rowOf(ToolPage page)
@@ -36,13 +36,14 @@ int rowOf(ToolPage page)
 
 } // namespace
 
-ToolsWindow::ToolsWindow(const Locations &where, OverviewModel &overview, QWidget *parent)
-    : QWidget(parent), m_where(where), m_overview(overview),
-      m_cleanup(modelFor(ToolPage::cleanup, where)),
-      m_leftovers(modelFor(ToolPage::leftovers, where)),
-      m_large(modelFor(ToolPage::largeFiles, where)),
-      m_unused(modelFor(ToolPage::unusedApps, where)),
-      m_updater(std::make_unique<AppUpdater>(AppUpdater::Services::real(where))),
+ToolsWindow::ToolsWindow(std::shared_ptr<const System> system, OverviewModel &overview,
+                         QWidget *parent)
+    : QWidget(parent), m_system(system), m_overview(overview),
+      m_cleanup(modelFor(ToolPage::cleanup, system)),
+      m_leftovers(modelFor(ToolPage::leftovers, system)),
+      m_large(modelFor(ToolPage::largeFiles, system)),
+      m_unused(modelFor(ToolPage::unusedApps, system)),
+      m_updater(std::make_unique<AppUpdater>(AppUpdater::Services::real(system))),
       m_sidebar(new QListWidget)
 {
     setAttribute(Qt::WA_DeleteOnClose);
@@ -131,11 +132,14 @@ void ToolsWindow::showPage(ToolPage page)
         m_page->deleteLater();
     }
     if (cleanCategories(page))
-        m_page = new CleanListView(cleanModel(page));
+        m_page = new CleanListView(
+            cleanModel(page), [system = m_system](const QString &path) { system->reveal(path); });
     else if (page == ToolPage::overview)
-        m_page = new OverviewView(m_overview, SystemStats::shared(), m_where);
+        m_page = new OverviewView(m_overview, SystemStats::shared(), *m_system);
     else if (page == ToolPage::updates)
-        m_page = new UpdatesView(*m_updater);
+        m_page = new UpdatesView(*m_updater, [system = m_system](const QString &path) {
+            system->openApplication(path);
+        });
     else
         m_page = new ScreenCleanView(ScreenCleanMode::shared());
     m_detail->addWidget(m_page);

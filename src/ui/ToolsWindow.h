@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/system/Locations.h"
+#include "core/system/System.h"
 
 #include "core/types/ToolPage.h"
 
@@ -21,7 +21,8 @@ class ToolsWindow final : public QWidget
     Q_OBJECT
 
 public:
-    ToolsWindow(const Locations &where, OverviewModel &overview, QWidget *parent = nullptr);
+    ToolsWindow(std::shared_ptr<const System> system, OverviewModel &overview,
+                QWidget *parent = nullptr);
     ~ToolsWindow() override;
 
     CleanModel &cleanModel(ToolPage page); // cleanup, leftovers, largeFiles, unusedApps
@@ -36,7 +37,7 @@ private:
     void showPage(ToolPage page);
     void pageAppeared();
 
-    Locations m_where;
+    std::shared_ptr<const System> m_system;
     OverviewModel &m_overview;
     std::unique_ptr<CleanModel> m_cleanup, m_leftovers, m_large, m_unused;
     std::unique_ptr<AppUpdater> m_updater;

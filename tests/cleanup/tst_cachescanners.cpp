@@ -1,5 +1,6 @@
 #include "cleanup/ScanFixtures.h"
 #include "common/TestHome.h"
+#include "support/FakeSystem.h"
 
 #include "core/cleanup/CleanScanners.h"
 #include "core/text/L10n.h"
@@ -348,8 +349,7 @@ void CacheScannersTest::linkedRootsListNothing()
             return Cleaner::logs(m_home->where());
         if (scanner == u"ai")
             return Cleaner::aiClutter(m_home->where());
-        return Cleaner::leftovers({}, m_home->where(),
-                                  {{}, {}, QList<Platform::RunningApplication>{}, {}});
+        return Cleaner::leftovers({}, FakeSystem(m_home->where()));
     };
     QCOMPARE(titles(scan()), QStringList());
     QVERIFY(QFile::remove(m_home->file(root)));

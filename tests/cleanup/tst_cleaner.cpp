@@ -1,4 +1,5 @@
 #include "common/TestHome.h"
+#include "support/FakeSystem.h"
 
 #include "core/cleanup/Cleaner.h"
 #include "core/cleanup/RemovalLog.h"
@@ -83,7 +84,21 @@ private Q_SLOTS:
 
 private:
     CleanItem item(const QString &relative, CleanCategory category, const QString &title = {});
+    // The machine as it is under the temporary home, or with the Trash move scripted.
+    const System &real()
+    {
+        m_system = std::make_unique<FakeSystem>(m_home->where());
+        return *m_system;
+    }
+    template <typename Mover> const System &scripted(Mover mover)
+    {
+        real();
+        m_system->move = mover;
+        return *m_system;
+    }
+
     std::unique_ptr<TestHome> m_home;
+    std::unique_ptr<FakeSystem> m_system;
     QString m_logFolder;
 };
 
@@ -110,7 +125,7 @@ void CleanerTest::init()
 
 void CleanerTest::emptyListWritesNothing()
 {
-    const Cleaner::Result result = Cleaner::remove({}, m_home->where());
+    const Cleaner::Result result = Cleaner::remove({}, real());
     QCOMPARE(result.count, 0);
     QCOMPARE(result.bytes, 0);
     QVERIFY(Words::failureLines(result).isEmpty());
@@ -130,7 +145,7 @@ void CleanerTest::refusalsInInputOrder()
             u"/etc/hosts"_s, u"Hosts"_s, {}, 1, CleanCategory::largeFiles, CleanMethod::trash},
         item(u"Library/Mail/x"_s, CleanCategory::leftovers, u"Same"_s),
     };
-    const Cleaner::Result result = Cleaner::remove(items, m_home->where(), mover);
+    const Cleaner::Result result = Cleaner::remove(items, scripted(mover));
     QCOMPARE(calls, 0);
     QCOMPARE(result.count, 0);
     QCOMPARE(Words::failureLines(result),
@@ -175,8 +190,8 @@ void CleanerTest::failureReasons()
     const auto mover = [&](const QString &, const QString &) {
         return failed(Platform::TrashFailure(failure), code, systemText);
     };
-    const auto result = Cleaner::remove({item(u"Library/Caches/x"_s, CleanCategory::userCache)},
-                                        m_home->where(), mover);
+    const auto result =
+        Cleaner::remove({item(u"Library/Caches/x"_s, CleanCategory::userCache)}, scripted(mover));
     QCOMPARE(result.count, 0);
     QCOMPARE(result.bytes, 0);
     QCOMPARE(Words::failureLines(result), QStringList{line});
@@ -191,7 +206,7 @@ void CleanerTest::unknownResultingPath()
         return move;
     };
     const CleanItem it = item(u"Library/Caches/x/"_s, CleanCategory::userCache);
-    const auto result = Cleaner::remove({it}, m_home->where(), mover);
+    const auto result = Cleaner::remove({it}, scripted(mover));
     QCOMPARE(result.count, 1);
     const QStringList lines = logLines(m_home->where());
     QCOMPARE(lines.size(), 1);
@@ -214,7 +229,7 @@ void CleanerTest::movesToTrashAndLogs()
     };
     items[3].bytes = 2'000'000;
 
-    const auto result = Cleaner::remove(items, m_home->where());
+    const auto result = Cleaner::remove(items, real());
     QCOMPARE(result.count, 3);
     QCOMPARE(result.bytes, 1'500'000 * 2 + 2'000'000);
     QCOMPARE(Words::failureLines(result), QStringList{u"gone: the item no longer exists"_s});
@@ -266,8 +281,8 @@ void CleanerTest::unwritableLogStillCountsTheMove()
     QVERIFY(QDir().mkpath(m_home->where().removalLog()));
     makeFile(m_home->where().removalLog() + u"/keep"_s);
     makeFile(m_home->file(u"Library/Caches/com.c"_s));
-    const auto result = Cleaner::remove({item(u"Library/Caches/com.c"_s, CleanCategory::userCache)},
-                                        m_home->where());
+    const auto result =
+        Cleaner::remove({item(u"Library/Caches/com.c"_s, CleanCategory::userCache)}, real());
     QCOMPARE(result.count, 1);
     QVERIFY(Words::failureLines(result).isEmpty());
     QVERIFY(result.items.value(0).logFailure.has_value());
@@ -315,7 +330,7 @@ void CleanerTest::linkedFolders()
     QVERIFY(::symlink(target.toUtf8().constData(), QFile::encodeName(m_home->file(link))) == 0);
 
     const auto result =
-        Cleaner::remove({this->item(item, CleanCategory(category), u"i"_s)}, m_home->where());
+        Cleaner::remove({this->item(item, CleanCategory(category), u"i"_s)}, real());
 
     QVERIFY2(result.count == (moves ? 1 : 0), qPrintable(Words::failureLines(result).join(u'\n')));
     if (!moves)
@@ -377,8 +392,7 @@ void CleanerTest::swappedFolderRace()
             if (fd >= 0)
                 ::close(fd);
         }
-        moved += Cleaner::remove({item(u"Library/Caches/doc"_s, CleanCategory::userCache)},
-                                 m_home->where())
+        moved += Cleaner::remove({item(u"Library/Caches/doc"_s, CleanCategory::userCache)}, real())
                      .count;
         QVERIFY2(QFileInfo::exists(m_home->file(u"Documents/doc"_s)), "the document moved");
     }
@@ -422,8 +436,8 @@ void CleanerTest::hostileLog()
     const QStringList before = QDir(outside).entryList(QDir::Files);
     makeFile(m_home->file(u"Library/Caches/com.h"_s));
 
-    const auto result = Cleaner::remove({item(u"Library/Caches/com.h"_s, CleanCategory::userCache)},
-                                        m_home->where());
+    const auto result =
+        Cleaner::remove({item(u"Library/Caches/com.h"_s, CleanCategory::userCache)}, real());
 
     QCOMPARE(result.count, 1);
     QVERIFY(result.items.value(0).logFailure.has_value());
@@ -446,7 +460,7 @@ void CleanerTest::namesStayOnOneLine()
         makeFile(m_home->file(u"Library/Caches/"_s + name));
         items.append(item(u"Library/Caches/"_s + name, CleanCategory::userCache));
     }
-    QCOMPARE(Cleaner::remove(items, m_home->where()).count, int(names.size()));
+    QCOMPARE(Cleaner::remove(items, real()).count, int(names.size()));
     const QStringList lines = logLines(m_home->where());
     QCOMPARE(lines.size(), names.size());
     for (const QString &line : lines)

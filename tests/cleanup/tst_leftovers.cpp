@@ -1,6 +1,8 @@
 #include "cleanup/BundleFixtures.h"
 #include "cleanup/ScanFixtures.h"
 #include "common/TestHome.h"
+#include "core/system/RealSystem.h"
+#include "support/FakeSystem.h"
 
 #include "core/cleanup/CleanScanners.h"
 #include "core/cleanup/LeftoverRules.h"
@@ -29,14 +31,21 @@ private Q_SLOTS:
     void installedAppsOwnTheirFolders();
 
 private:
-    Cleaner::AppScanServices noServices() const
+    // No running applications and no Spotlight until a test says otherwise.
+    FakeSystem &noServices()
     {
-        return {m_home->file(u"no-mdfind"_s),
-                m_home->file(u"no-mdls"_s),
-                QList<Platform::RunningApplication>{},
-                {}};
+        m_system = std::make_unique<FakeSystem>(m_home->where());
+        return *m_system;
+    }
+    // Spotlight's query answers `found`.
+    static void spotlightFinds(FakeSystem &system, const QString &found)
+    {
+        system.tool = [found](const QString &, const QStringList &) {
+            return std::optional<QString>(found);
+        };
     }
     std::unique_ptr<TestHome> m_home;
+    std::unique_ptr<FakeSystem> m_system;
 };
 
 void LeftoversTest::initTestCase()
@@ -162,24 +171,19 @@ void LeftoversTest::installedBundleIDs()
     QVERIFY(writeApp(utilities + u"/Tool.app"_s, u"Org.Six.Tool"_s));
     QVERIFY(writeApp(m_home->file(u"Elsewhere/Found.app"_s), u"org.seven.Found"_s, true));
 
-    const QString args = m_home->file(u"mdfind-args"_s);
-    QVERIFY(BundleFixtures::writeTool(
-        m_home->file(u"mdfind"_s),
-        m_home->file(u"Elsewhere/Found.app"_s) + u"\n\n"_s + apps + u"/Xml.app"_s, args));
-
-    Cleaner::AppScanServices services = noServices();
-    services.mdfind = m_home->file(u"mdfind"_s);
+    FakeSystem &services = noServices();
+    spotlightFinds(services,
+                   m_home->file(u"Elsewhere/Found.app"_s) + u"\n\n"_s + apps + u"/Xml.app"_s);
     services.running = QList<Platform::RunningApplication>{
         {u"org.eight.Running"_s, u"/nowhere/Running.app"_s}, {QString(), u"/x/NoID.app"_s}};
-    const QSet<QString> ids = Cleaner::installedBundleIDs(
-        {apps, m_home->file(u"missing"_s), utilities}, m_home->where(), services);
+    const QSet<QString> ids =
+        Cleaner::installedBundleIDs({apps, m_home->file(u"missing"_s), utilities}, services);
     QCOMPARE(ids, (QSet<QString>{u"org.one.Xml"_s, u"org.two.Binary"_s, u"org.three.Inner"_s,
                                  u"Org.Six.Tool"_s, u"org.seven.Found"_s, u"org.eight.Running"_s}));
 
-    QFile argsFile(args);
-    QVERIFY(argsFile.open(QIODevice::ReadOnly));
-    QCOMPARE(argsFile.readAll(),
-             QByteArray("kMDItemContentType == 'com.apple.application-bundle'\n"));
+    QCOMPARE(
+        services.asked(),
+        QStringList{u"/usr/bin/mdfind kMDItemContentType == 'com.apple.application-bundle'"_s});
 }
 
 void LeftoversTest::spotlightToolNotExecutable()
@@ -190,10 +194,14 @@ void LeftoversTest::spotlightToolNotExecutable()
                                       m_home->file(u"Elsewhere/Found.app"_s), args));
     QVERIFY(QFile::setPermissions(m_home->file(u"mdfind"_s),
                                   QFileDevice::ReadOwner | QFileDevice::WriteOwner));
-    Cleaner::AppScanServices services = noServices();
-    services.mdfind = m_home->file(u"mdfind"_s);
-    QVERIFY(Cleaner::installedBundleIDs({}, m_home->where(), services).isEmpty());
+    // The real system runs only what it may execute.
+    const RealSystem real(m_home->where());
+    QVERIFY(!real.runTool(m_home->file(u"mdfind"_s), {u"x"_s}, 5.0).has_value());
     QVERIFY(!QFile::exists(args));
+    QVERIFY(QFile::setPermissions(m_home->file(u"mdfind"_s),
+                                  QFileDevice::ReadOwner | QFileDevice::ExeOwner));
+    QVERIFY(real.runTool(m_home->file(u"mdfind"_s), {u"x"_s}, 5.0).has_value());
+    QVERIFY(QFile::exists(args));
 }
 
 void LeftoversTest::leftovers()
@@ -242,7 +250,7 @@ void LeftoversTest::leftovers()
         sizes[entry.path.section(u'/', 0, 1)] += entry.size ? allocated(path) : 0;
     }
 
-    QList<CleanItem> items = Cleaner::leftovers({apps}, m_home->where(), noServices());
+    QList<CleanItem> items = Cleaner::leftovers({apps}, noServices());
     QStringList shown;
     for (const CleanItem &item : std::as_const(items)) {
         shown.append(item.title + u" | "_s + item.subtitle);
@@ -271,7 +279,7 @@ void LeftoversTest::leftovers()
     QVERIFY(items.at(4).bytes == items.at(5).bytes && items.at(5).bytes == items.at(6).bytes);
 
     L10n::overrideForTesting(true);
-    items = Cleaner::leftovers({apps}, m_home->where(), noServices());
+    items = Cleaner::leftovers({apps}, noServices());
     QStringList chinese;
     for (const CleanItem &item : std::as_const(items)) {
         if (!chinese.contains(item.subtitle))
@@ -294,16 +302,13 @@ void LeftoversTest::installedAppsOwnTheirFolders()
     const QString apps = m_home->file(u"Apps"_s);
     QVERIFY(writeApp(apps + u"/Editor.app"_s, u"com.example.Other"_s));
     QVERIFY(writeApp(m_home->file(u"Found/Tool.app"_s), u"com.vendor.Tool"_s));
-    QVERIFY(BundleFixtures::writeTool(m_home->file(u"mdfind"_s), m_home->file(u"Found/Tool.app"_s),
-                                      m_home->file(u"args"_s)));
-
-    Cleaner::AppScanServices services = noServices();
-    QList<CleanItem> items = Cleaner::leftovers({apps}, m_home->where(), services);
+    FakeSystem &services = noServices();
+    QList<CleanItem> items = Cleaner::leftovers({apps}, services);
     QCOMPARE(items.size(), 2); // the vendor of the installed app keeps its folder
 
-    services.mdfind = m_home->file(u"mdfind"_s);
+    spotlightFinds(services, m_home->file(u"Found/Tool.app"_s));
     services.running = QList<Platform::RunningApplication>{{u"NET.RUN.APP"_s, QString()}};
-    QVERIFY(Cleaner::leftovers({apps}, m_home->where(), services).isEmpty());
+    QVERIFY(Cleaner::leftovers({apps}, services).isEmpty());
 }
 
 QTEST_GUILESS_MAIN(LeftoversTest)

@@ -1,6 +1,7 @@
 #include "cleanup/BundleFixtures.h"
 #include "cleanup/ScanFixtures.h"
 #include "common/TestHome.h"
+#include "support/FakeSystem.h"
 
 #include "core/AppIdentity.h"
 #include "core/cleanup/CleanScanners.h"
@@ -63,9 +64,10 @@ private:
     qint64 makeApp(const QString &bundle, const QString &id, const QDateTime &accessed,
                    const QString &spotlight = u"(null)"_s, qint64 payload = 0);
     void setSpotlight(const QString &bundle, const QString &text);
-    Cleaner::AppScanServices services() const;
+    FakeSystem &services();
 
     std::unique_ptr<TestHome> m_home;
+    std::unique_ptr<FakeSystem> m_system;
 };
 
 void UnusedAppsTest::initTestCase()
@@ -80,22 +82,18 @@ void UnusedAppsTest::cleanup()
     L10n::overrideForTesting(false);
 }
 
-Cleaner::AppScanServices UnusedAppsTest::services() const
+FakeSystem &UnusedAppsTest::services()
 {
-    // Answers are looked up by the bundle's folder name; arguments are kept for checking.
-    const QByteArray home = QFile::encodeName(m_home->path());
-    const QByteArray script = "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" + home + "/mdls-args'\nf='" +
-                              home +
-                              "/answers/'\"$(basename \"$4\")\"\n[ -f \"$f\" ] && cat \"$f\"\n"
-                              "exit 0\n";
-    QFile tool(m_home->file(u"mdls"_s));
-    if (!tool.exists() && tool.open(QIODevice::WriteOnly)) {
-        tool.write(script);
-        tool.close();
-        tool.setPermissions(tool.permissions() | QFileDevice::ExeOwner);
-    }
-    return {m_home->file(u"no-mdfind"_s), tool.fileName(), QList<Platform::RunningApplication>{},
-            kNow};
+    // Spotlight answers by the bundle's folder name, as written by setSpotlight.
+    m_system = std::make_unique<FakeSystem>(m_home->where());
+    m_system->clock = kNow;
+    m_system->tool = [this](const QString &, const QStringList &args) -> std::optional<QString> {
+        QFile answer(m_home->file(u"answers/"_s) + QFileInfo(args.value(3)).fileName());
+        if (!answer.open(QIODevice::ReadOnly))
+            return QString();
+        return QString::fromUtf8(answer.readAll());
+    };
+    return *m_system;
 }
 
 void UnusedAppsTest::setSpotlight(const QString &bundle, const QString &text)
@@ -173,20 +171,17 @@ void UnusedAppsTest::lastUsed()
     if (used)
         QCOMPARE(used->toUTC(), expected);
 
-    QFile args(m_home->file(u"mdls-args"_s));
-    QVERIFY(args.open(QIODevice::ReadOnly));
-    QCOMPARE(QString::fromUtf8(args.readAll()),
-             u"-name\nkMDItemLastUsedDate\n-raw\n"_s + bundle + u'\n');
+    QCOMPARE(m_system->asked(),
+             QStringList{u"/usr/bin/mdls -name kMDItemLastUsedDate -raw "_s + bundle});
 }
 
 void UnusedAppsTest::withoutSpotlight()
 {
     const QString bundle = m_home->file(u"Applications/Tool.app"_s);
     QVERIFY(makeApp(bundle, u"com.example.Tool"_s, daysAgo(30), spotlightText(daysAgo(2))) > 0);
-    Cleaner::AppScanServices noTool = services();
-    noTool.mdls = m_home->file(u"answers"_s); // a folder is not a tool
+    FakeSystem &noTool = services();
+    noTool.tool = nullptr; // no Spotlight on this system
     QCOMPARE(Cleaner::lastUsed(bundle, noTool), std::optional<QDateTime>(daysAgo(30)));
-    QVERIFY(!QFile::exists(m_home->file(u"mdls-args"_s)));
 }
 
 void UnusedAppsTest::cutoff_data()
@@ -211,8 +206,7 @@ void UnusedAppsTest::cutoff()
     const QString folder = m_home->file(u"Applications"_s);
     QVERIFY(makeApp(folder + u"/Old.app"_s, u"com.example.Old"_s, fromSpotlight ? kAncient : used,
                     fromSpotlight ? spotlightText(used) : u"(null)"_s) > 0);
-    QCOMPARE(Cleaner::unusedApps(180, {folder}, m_home->where(), services()).size(),
-             listed ? 1 : 0);
+    QCOMPARE(Cleaner::unusedApps(180, {folder}, services()).size(), listed ? 1 : 0);
 }
 
 void UnusedAppsTest::candidates()
@@ -236,10 +230,10 @@ void UnusedAppsTest::candidates()
     QVERIFY(makeApp(root + u"/Plain"_s, u"com.example.Plain"_s, kAncient) > 0);
     const QString exe = home + u"/Old.app/Contents/MacOS/Run"_s;
 
-    Cleaner::AppScanServices fakes = services();
+    FakeSystem &fakes = services();
     fakes.running = QList<Platform::RunningApplication>{
         {u"com.example.Running"_s, root + u"/../Applications/./Running.app/"_s}};
-    QList<CleanItem> items = Cleaner::unusedApps(180, {root, home}, m_home->where(), fakes);
+    QList<CleanItem> items = Cleaner::unusedApps(180, {root, home}, fakes);
 
     QCOMPARE(items.size(), 2);
     const CleanItem &big = items.at(0);
@@ -260,7 +254,7 @@ void UnusedAppsTest::candidates()
     QCOMPARE(accessDate(exe), daysAgo(300));
 
     L10n::overrideForTesting(true);
-    items = Cleaner::unusedApps(180, {root, home}, m_home->where(), fakes);
+    items = Cleaner::unusedApps(180, {root, home}, fakes);
     QCOMPARE(items.size(), 2);
     QCOMPARE(items.at(1).subtitle,
              u"最后打开 "_s + Platform::mediumDate(daysAgo(300)) + u" · "_s + home);

@@ -3,6 +3,7 @@
 #include "core/cleanup/CleanScanners.h"
 #include "core/disk/DiskScanner.h"
 #include "core/health/SystemStats.h"
+#include "core/system/RealSystem.h"
 #include "core/text/L10n.h"
 #include "platform/DateText.h"
 
@@ -230,7 +231,7 @@ void DiskScannerTest::hugeFolder()
 void DiskScannerTest::trash()
 {
     // Never created: empty, not unreadable.
-    auto size = DiskScanner::trashSize(m_home->where());
+    auto size = DiskScanner::trashSize(RealSystem(m_home->where()));
     QVERIFY(size.has_value());
     QCOMPARE(size->count, 0);
     QCOMPARE(size->bytes, 0);
@@ -240,7 +241,7 @@ void DiskScannerTest::trash()
     const qint64 b = makeFile(files + u"folder/inner/b.bin"_s, 30'000);
     const qint64 hidden = makeFile(files + u".hidden"_s, 10);
     link(home(u"elsewhere"_s), files + u"link"_s);
-    size = DiskScanner::trashSize(m_home->where());
+    size = DiskScanner::trashSize(RealSystem(m_home->where()));
     QVERIFY(size.has_value());
     QCOMPARE(size->count, 4);
     QCOMPARE(size->bytes, a + b + hidden + allocated(files + u"link"_s));
@@ -248,7 +249,7 @@ void DiskScannerTest::trash()
     // There, but not a folder that can be listed: unreadable.
     QDir(files).removeRecursively();
     makeFile(home(u".local/share/Trash/files"_s), 10);
-    QVERIFY(!DiskScanner::trashSize(m_home->where()).has_value());
+    QVERIFY(!DiskScanner::trashSize(RealSystem(m_home->where())).has_value());
 }
 
 void DiskScannerTest::categories()
@@ -259,7 +260,7 @@ void DiskScannerTest::categories()
     QStringList names;
     const QStringList folders{home(u"SysApps"_s), home(u"Applications"_s)};
     const auto result = DiskScanner::categories([&](const QString &n) { names.append(n); },
-                                                m_home->where(), folders);
+                                                RealSystem(m_home->where()), folders);
     QTRY_COMPARE(names,
                  (QStringList{u"documents"_s, u"applications"_s, u"desktop"_s, u"downloads"_s}));
     QCOMPARE(result.size(), 6);
@@ -272,14 +273,14 @@ void DiskScannerTest::categories()
     QCOMPARE(result[2].bytes, desk);
     QCOMPARE(result[3].bytes, 0);
     QVERIFY(result[4].bytes >= 0);
-    const DiskUsage usage = ::volumeUsage(u"/"_s);
+    const DiskUsage usage = DiskUsage::of(u"/"_s);
     // Free space moves while the test runs; allow for other writers.
     QVERIFY(qAbs(result[5].bytes - usage.free) < 512LL * 1024 * 1024);
     const qint64 other = std::max<qint64>(0, usage.total - usage.free - docs - apps - desk);
     QVERIFY(qAbs(result[4].bytes - other) < 512LL * 1024 * 1024);
 
     const qint64 userApps = makeFile(home(u"Applications/B.app/b"_s), 9000);
-    const auto again = DiskScanner::categories({}, m_home->where(), folders);
+    const auto again = DiskScanner::categories({}, RealSystem(m_home->where()), folders);
     QCOMPARE(again[1].bytes, apps + userApps);
 }
 
@@ -429,13 +430,13 @@ void DiskScannerTest::largeFileProgress()
 
 void DiskScannerTest::volumeUsage()
 {
-    const DiskUsage root = ::volumeUsage(u"/"_s);
+    const DiskUsage root = DiskUsage::of(u"/"_s);
     QVERIFY(root.total > 0);
     QVERIFY(root.free >= 0 && root.free <= root.total);
-    const DiskUsage missing = ::volumeUsage(home(u"does/not/exist"_s));
+    const DiskUsage missing = DiskUsage::of(home(u"does/not/exist"_s));
     QCOMPARE(missing.total, 0);
     QCOMPARE(missing.free, 0);
-    QCOMPARE(::volumeUsage(QString()).total, 0);
+    QCOMPARE(DiskUsage::of(QString()).total, 0);
 }
 
 QTEST_GUILESS_MAIN(DiskScannerTest)

@@ -1,5 +1,6 @@
 #include "common/TestHome.h"
 #include "core/disk/DiskScanner.h"
+#include "core/system/RealSystem.h"
 #include "core/text/L10n.h"
 #include "core/words/CleanupWords.h"
 #include "platform/Trash.h"
@@ -44,9 +45,9 @@ QStringList entries(const QString &folder)
 
 // The temporary home as the variables of the moment describe it (some cases move the
 // data home).
-Locations here()
+RealSystem here()
 {
-    return Locations::fromEnvironment();
+    return RealSystem(Locations::fromEnvironment());
 }
 
 // What the Trash holds now, as a confirmation counts it.
@@ -58,7 +59,7 @@ std::optional<Platform::TrashContents> counted()
 
 Platform::TrashEmptying emptyCounted()
 {
-    return Platform::emptyTrash(counted(), here().userFolders());
+    return Platform::emptyTrash(counted(), Locations::fromEnvironment().userFolders());
 }
 
 // What the user is told after emptying what is there now, or `emptied`.
@@ -173,7 +174,9 @@ class EmptyTrashTest : public QObject
         const QString work = home(u"work"_s);
         build(work, layout);
         for (const QString &name : entries(work))
-            QVERIFY2(Platform::moveToTrash(work + u'/' + name, u"/"_s, here().userFolders()).moved,
+            QVERIFY2(Platform::moveToTrash(work + u'/' + name, u"/"_s,
+                                           Locations::fromEnvironment().userFolders())
+                         .moved,
                      qPrintable(name));
     }
 
@@ -394,7 +397,7 @@ private Q_SLOTS:
         const QStringList keptTree = snapshot(files() + u"/box"_s);
 
         const Platform::TrashEmptying result =
-            Platform::emptyTrash(confirmed, here().userFolders());
+            Platform::emptyTrash(confirmed, Locations::fromEnvironment().userFolders());
 
         QVERIFY(result.emptied);
         QCOMPARE(result.remaining, 0);
@@ -427,7 +430,7 @@ private Q_SLOTS:
             std::atomic<bool> started{false};
             std::thread emptying([&] {
                 started = true;
-                Platform::emptyTrash(confirmed, here().userFolders());
+                Platform::emptyTrash(confirmed, Locations::fromEnvironment().userFolders());
             });
             while (!started)
                 std::this_thread::yield();

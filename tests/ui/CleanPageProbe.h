@@ -92,6 +92,7 @@ struct FakePage
     Fakes fakes;
     std::unique_ptr<CleanModel> model;
     std::unique_ptr<CleanListView> page;
+    QStringList revealed; // what the page asked the file manager to show
 
     explicit FakePage(QList<CleanCategory> categories)
     {
@@ -107,7 +108,8 @@ struct FakePage
     }
     void build()
     {
-        page = std::make_unique<CleanListView>(*model);
+        page = std::make_unique<CleanListView>(*model,
+                                               [this](const QString &path) { revealed << path; });
         page->resize(900, 620);
         page->show();
     }

@@ -1,6 +1,7 @@
 #include "common/TestHome.h"
 #include "core/health/SystemStats.h"
 #include "core/models/OverviewModel.h"
+#include "core/system/RealSystem.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 #include "health/FakeSources.h"
@@ -59,7 +60,9 @@ struct Page
             return ++disk->empties, TrashEmptyResult{};
         };
         model = std::make_unique<OverviewModel>(
-            real ? OverviewModel::Services::real(Locations::fromEnvironment()) : fake);
+            real ? OverviewModel::Services::real(
+                       std::make_shared<RealSystem>(Locations::fromEnvironment()))
+                 : fake);
         const auto setLogin = [this](bool on) {
             loginAsked.append(on);
             loginOn = loginAccepts ? on : loginOn;

@@ -5,6 +5,7 @@
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 #include "core/words/CategoryWords.h"
+#include "support/FakeSystem.h"
 #include "ui/CleanPageProbe.h"
 #include "ui/ToolsWindow.h"
 #include "ui/kit/Spinner.h"
@@ -53,8 +54,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         m_home = std::make_unique<TestHome>();
-        m_overview =
-            std::make_unique<OverviewModel>(OverviewModel::Services::real(m_home->where()));
+        m_system = std::make_shared<FakeSystem>(m_home->where());
+        m_overview = std::make_unique<OverviewModel>(OverviewModel::Services::real(m_system));
     }
     void init()
     {
@@ -94,6 +95,7 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<TestHome> m_home;
+    std::shared_ptr<FakeSystem> m_system;
     std::unique_ptr<OverviewModel> m_overview;
 };
 
@@ -115,7 +117,7 @@ void ToolsWindowTest::sidebar()
     QFETCH(bool, zh);
     QFETCH(QStringList, titles);
     L10n::overrideForTesting(zh);
-    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_home->where(), *m_overview));
+    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_system, *m_overview));
     QCOMPARE(window->windowTitle(), u"Quorvel"_s);
     QCOMPARE(window->size(), QSize(900, 620));
     QListWidget *list = window->sidebar();
@@ -158,7 +160,7 @@ void ToolsWindowTest::navigation()
     QFETCH(int, row);
     QFETCH(QString, kind);
     QFETCH(QStringList, sections);
-    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_home->where(), *m_overview));
+    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_system, *m_overview));
     QPointer<QWidget> before = window->currentPage();
 
     Nav::shared().setPage(page);
@@ -183,7 +185,7 @@ void ToolsWindowTest::windowKeepsScanAcrossPages()
     writeFile(m_home->file(u"Library/Caches/keep.one/a"_s), 5000);
     writeFile(m_home->file(u"Library/Caches/keep.two/b"_s), 5000);
     Nav::shared().setPage(ToolPage::cleanup);
-    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_home->where(), *m_overview));
+    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_system, *m_overview));
     CleanModel &model = window->cleanModel(ToolPage::cleanup);
     QVERIFY(!model.scanned() && !model.scanning());
     window->show();
@@ -222,7 +224,7 @@ void ToolsWindowTest::removalMovesToTrash()
     const int logLines = lineCount(log);
 
     Nav::shared().setPage(ToolPage::cleanup);
-    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_home->where(), *m_overview));
+    std::unique_ptr<ToolsWindow> window(new ToolsWindow(m_system, *m_overview));
     window->show();
     CleanModel &model = window->cleanModel(ToolPage::cleanup);
     QVERIFY(waitIdle(model));
@@ -272,7 +274,7 @@ void ToolsWindowTest::removalMovesToTrash()
 void ToolsWindowTest::closingDiscardsModels()
 {
     Nav::shared().setPage(ToolPage::cleanup);
-    auto *first = new ToolsWindow(m_home->where(), *m_overview);
+    auto *first = new ToolsWindow(m_system, *m_overview);
     first->show();
     QPointer<CleanModel> model = &first->cleanModel(ToolPage::cleanup);
     QPointer<AppUpdater> updater = &first->updater();
@@ -281,7 +283,7 @@ void ToolsWindowTest::closingDiscardsModels()
     QTRY_VERIFY(model.isNull());
     QVERIFY(updater.isNull());
 
-    std::unique_ptr<ToolsWindow> second(new ToolsWindow(m_home->where(), *m_overview));
+    std::unique_ptr<ToolsWindow> second(new ToolsWindow(m_system, *m_overview));
     QCOMPARE(second->sidebar()->currentRow(), 1); // the page survives, the models do not
     CleanModel &fresh = second->cleanModel(ToolPage::cleanup);
     QVERIFY(!fresh.scanned() && !fresh.scanning());

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "core/system/Locations.h"
+#include "core/system/System.h"
 #include "core/types/CleanItem.h"
-#include "platform/Workspace.h"
 
 #include <QDateTime>
 #include <QList>
@@ -16,18 +15,6 @@
 // read contributes nothing. Synchronous; run them on a worker thread.
 namespace Cleaner {
 
-// What the application scans ask of the system; tests replace each part with a fake.
-struct AppScanServices
-{
-    // Spotlight's tools; a path that is not an executable file is simply not run.
-    QString mdfind = QStringLiteral("/usr/bin/mdfind");
-    QString mdls = QStringLiteral("/usr/bin/mdls");
-    // nullopt: ask the workspace.
-    std::optional<QList<Platform::RunningApplication>> running;
-    // Invalid: the current time.
-    QDateTime now;
-};
-
 // ~/Library/Caches entries, without com.apple.*, the protected names and `excluding`
 // (full paths another scanner of the same page already listed).
 QList<CleanItem> userCaches(const Locations &where, const QSet<QString> &excluding = {});
@@ -39,18 +26,15 @@ QList<CleanItem> developerJunk(const Locations &where);
 
 // Bundle identifiers of installed and running applications, as written in Info.plist;
 // `folders` are searched in order (Locations::Apps::installed).
-QSet<QString> installedBundleIDs(const QStringList &folders, const Locations &where,
-                                 const AppScanServices &services = {});
+QSet<QString> installedBundleIDs(const QStringList &folders, const System &system);
 // Library entries named after applications that are no longer installed.
-QList<CleanItem> leftovers(const QStringList &appFolders, const Locations &where,
-                           const AppScanServices &services = {});
+QList<CleanItem> leftovers(const QStringList &appFolders, const System &system);
 
 // The later of Spotlight's last-used date and the executable's access date. Reads only
 // the bundle's Info.plist and the executable's metadata, never the executable itself.
-std::optional<QDateTime> lastUsed(const QString &appPath, const AppScanServices &services = {});
+std::optional<QDateTime> lastUsed(const QString &appPath, const System &system);
 // Applications not opened for `days` days, in `folders` (Locations::Apps::userFacing).
-QList<CleanItem> unusedApps(int days, const QStringList &folders, const Locations &where,
-                            const AppScanServices &services = {});
+QList<CleanItem> unusedApps(int days, const QStringList &folders, const System &system);
 
 // Every file in the home folder whose allocated size reaches `minBytes`, largest first
 // (equal sizes in walk order). `progress` gets the visited count at every 2,000th entry,

@@ -31,8 +31,9 @@ Failure failureOf(const Platform::TrashMove &move)
 
 } // namespace
 
-Result remove(const QList<CleanItem> &items, const Locations &where, const TrashMover &mover)
+Result remove(const QList<CleanItem> &items, const System &system)
 {
+    const Locations &where = system.where();
     Result result;
     for (const CleanItem &item : items) {
         Outcome outcome;
@@ -44,7 +45,7 @@ Result remove(const QList<CleanItem> &items, const Locations &where, const Trash
             outcome.kind = Outcome::Kind::refused;
             outcome.refusal = refused;
         } else if (const Platform::TrashMove move =
-                       mover(standard, SafetyGuard::anchor(standard, where));
+                       system.moveToTrash(standard, SafetyGuard::anchor(standard, where));
                    !move.moved) {
             outcome.failure = failureOf(move);
             outcome.errorCode = move.errorCode;
@@ -64,14 +65,6 @@ Result remove(const QList<CleanItem> &items, const Locations &where, const Trash
         result.items.append(std::move(outcome));
     }
     return result;
-}
-
-Result remove(const QList<CleanItem> &items, const Locations &where)
-{
-    return remove(items, where,
-                  [user = where.userFolders()](const QString &path, const QString &anchor) {
-                      return Platform::moveToTrash(path, anchor, user);
-                  });
 }
 
 } // namespace Cleaner

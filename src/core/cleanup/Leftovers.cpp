@@ -14,6 +14,9 @@ using namespace Qt::StringLiterals;
 namespace Cleaner {
 namespace {
 
+// Spotlight's query tool: where applications live beyond the usual folders (macOS only).
+const QString kMdfind = QStringLiteral("/usr/bin/mdfind");
+
 // Where applications keep per-identifier data in ~/Library, and the ending a name must
 // have (and loses) before it is tested. Words::libraryPlace names each for people.
 struct LibraryFolder
@@ -34,9 +37,9 @@ constexpr std::array<LibraryFolder, 9> kLibraryFolders{{
     {"Logs", nullptr},
 }};
 
-QStringList bundlePaths(const QStringList &folders, const Locations &where,
-                        const AppScanServices &services)
+QStringList bundlePaths(const QStringList &folders, const System &system)
 {
+    const Locations &where = system.where();
     using Listing::Hidden;
     QStringList paths;
     for (const QString &folder : folders) {
@@ -52,8 +55,8 @@ QStringList bundlePaths(const QStringList &folders, const Locations &where,
             }
         }
     }
-    const std::optional<QString> found = ScanPrimitives::runTool(
-        services.mdfind, {u"kMDItemContentType == 'com.apple.application-bundle'"_s}, 20.0);
+    const std::optional<QString> found =
+        system.runTool(kMdfind, {u"kMDItemContentType == 'com.apple.application-bundle'"_s}, 20.0);
     if (found)
         paths += found->split(u'\n', Qt::SkipEmptyParts);
     return paths;
@@ -61,29 +64,26 @@ QStringList bundlePaths(const QStringList &folders, const Locations &where,
 
 } // namespace
 
-QSet<QString> installedBundleIDs(const QStringList &folders, const Locations &where,
-                                 const AppScanServices &services)
+QSet<QString> installedBundleIDs(const QStringList &folders, const System &system)
 {
-    QStringList paths = bundlePaths(folders, where, services);
+    QStringList paths = bundlePaths(folders, system);
     paths.removeDuplicates();
     QSet<QString> ids;
     for (const QString &path : std::as_const(paths)) {
         if (std::optional<QString> id = ScanPrimitives::infoString(path, "CFBundleIdentifier"))
             ids.insert(*id);
     }
-    const QList<Platform::RunningApplication> running =
-        services.running ? *services.running : Platform::runningApplications();
-    for (const Platform::RunningApplication &app : running) {
+    for (const Platform::RunningApplication &app : system.runningApplications()) {
         if (!app.bundleIdentifier.isEmpty())
             ids.insert(app.bundleIdentifier);
     }
     return ids;
 }
 
-QList<CleanItem> leftovers(const QStringList &appFolders, const Locations &where,
-                           const AppScanServices &services)
+QList<CleanItem> leftovers(const QStringList &appFolders, const System &system)
 {
-    const KnownApps known = KnownApps::from(installedBundleIDs(appFolders, where, services));
+    const Locations &where = system.where();
+    const KnownApps known = KnownApps::from(installedBundleIDs(appFolders, system));
     const QString library = where.library(QString());
     QList<CleanItem> items;
     for (const LibraryFolder &place : kLibraryFolders) {

@@ -55,12 +55,4 @@ std::optional<QString> infoString(const QString &bundlePath, const char *key)
     return value.toString();
 }
 
-std::optional<QString> runTool(const QString &tool, const QStringList &arguments,
-                               double timeoutSeconds)
-{
-    if (!Shell::isExecutableFile(tool))
-        return std::nullopt;
-    return Shell::run(tool, arguments, {}, timeoutSeconds);
-}
-
 } // namespace ScanPrimitives

@@ -27,9 +27,4 @@ void sortBySize(QList<CleanItem> &items);
 // or the value is missing or not a string.
 std::optional<QString> infoString(const QString &bundlePath, const char *key);
 
-// The output of a system tool, run only when `tool` is an executable file (Spotlight's
-// tools exist on macOS alone).
-std::optional<QString> runTool(const QString &tool, const QStringList &arguments,
-                               double timeoutSeconds);
-
 } // namespace ScanPrimitives

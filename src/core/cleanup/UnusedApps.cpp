@@ -39,10 +39,10 @@ std::optional<QDateTime> parseSpotlightDate(const QString &text)
     return QDateTime(date, time, Qt::UTC).addSecs(-offset);
 }
 
-std::optional<QDateTime> spotlightDate(const QString &appPath, const QString &mdls)
+std::optional<QDateTime> spotlightDate(const QString &appPath, const System &system)
 {
-    const std::optional<QString> output = ScanPrimitives::runTool(
-        mdls, {u"-name"_s, u"kMDItemLastUsedDate"_s, u"-raw"_s, appPath}, 10.0);
+    const std::optional<QString> output = system.runTool(
+        u"/usr/bin/mdls"_s, {u"-name"_s, u"kMDItemLastUsedDate"_s, u"-raw"_s, appPath}, 10.0);
     if (!output)
         return std::nullopt;
     const QString text = output->trimmed();
@@ -62,12 +62,10 @@ std::optional<QDateTime> accessDate(const QString &executablePath)
         qint64(st.st_atim.tv_sec) * 1000 + st.st_atim.tv_nsec / 1000000, Qt::UTC);
 }
 
-QSet<QString> runningBundlePaths(const AppScanServices &services)
+QSet<QString> runningBundlePaths(const System &system)
 {
-    const QList<Platform::RunningApplication> running =
-        services.running ? *services.running : Platform::runningApplications();
     QSet<QString> paths;
-    for (const Platform::RunningApplication &app : running) {
+    for (const Platform::RunningApplication &app : system.runningApplications()) {
         if (!app.bundlePath.isEmpty())
             paths.insert(PathText::standardized(app.bundlePath));
     }
@@ -76,9 +74,9 @@ QSet<QString> runningBundlePaths(const AppScanServices &services)
 
 } // namespace
 
-std::optional<QDateTime> lastUsed(const QString &appPath, const AppScanServices &services)
+std::optional<QDateTime> lastUsed(const QString &appPath, const System &system)
 {
-    const std::optional<QDateTime> spotlight = spotlightDate(appPath, services.mdls);
+    const std::optional<QDateTime> spotlight = spotlightDate(appPath, system);
     const std::optional<QString> executable =
         ScanPrimitives::infoString(appPath, "CFBundleExecutable");
     if (!executable)
@@ -92,12 +90,11 @@ std::optional<QDateTime> lastUsed(const QString &appPath, const AppScanServices 
     return accessed;
 }
 
-QList<CleanItem> unusedApps(int days, const QStringList &folders, const Locations &where,
-                            const AppScanServices &services)
+QList<CleanItem> unusedApps(int days, const QStringList &folders, const System &system)
 {
-    const QDateTime now = services.now.isValid() ? services.now : QDateTime::currentDateTimeUtc();
-    const QDateTime cutoff = now.addSecs(-qint64(days) * 86400);
-    const QSet<QString> running = runningBundlePaths(services);
+    const Locations &where = system.where();
+    const QDateTime cutoff = system.now().addSecs(-qint64(days) * 86400);
+    const QSet<QString> running = runningBundlePaths(system);
     const QString ownID = QString::fromLatin1(kQuorvelBundleIdentifier);
     const QString lastOpened = Words::lastOpened();
     QList<CleanItem> items;
@@ -111,7 +108,7 @@ QList<CleanItem> unusedApps(int days, const QStringList &folders, const Location
             if (!id || id->startsWith(u"com.apple."_s) || *id == ownID ||
                 running.contains(PathText::standardized(path)))
                 continue;
-            const std::optional<QDateTime> used = lastUsed(path, services);
+            const std::optional<QDateTime> used = lastUsed(path, system);
             if (!used || !(*used < cutoff))
                 continue;
             // Sizes come from the walker's stat calls alone, so measuring changes no

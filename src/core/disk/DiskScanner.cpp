@@ -1,12 +1,11 @@
 #include "core/disk/DiskScanner.h"
 
-#include "core/disk/DiskUsage.h"
 #include "core/disk/DiskWalker.h"
 #include "core/disk/ParallelSize.h"
 #include "core/text/PathText.h"
+#include "core/types/DiskUsage.h"
 #include "core/util/MainThread.h"
 #include "platform/DirReader.h"
-#include "platform/Trash.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -85,9 +84,9 @@ qint64 directorySize(const QString &path, const Cancel &cancel)
     return fd < 0 ? 0 : folderSize(fd, cancel);
 }
 
-std::optional<TrashSize> trashSize(const Locations &where)
+std::optional<TrashSize> trashSize(const System &system)
 {
-    const QByteArray native = QFile::encodeName(Platform::homeTrashItemsPath(where.userFolders()));
+    const QByteArray native = QFile::encodeName(system.trashItemsFolder());
     const int fd = DiskWalker::openRoot(native);
     if (fd < 0) {
         if (errno == ENOENT)
@@ -117,9 +116,9 @@ std::optional<TrashSize> trashSize(const Locations &where)
 }
 
 TrashEmptyResult emptyTrash(const std::optional<Platform::TrashContents> &confirmed,
-                            const Locations &where)
+                            const System &system)
 {
-    const Platform::TrashEmptying done = Platform::emptyTrash(confirmed, where.userFolders());
+    const Platform::TrashEmptying done = system.emptyTrash(confirmed);
     TrashEmptyResult result;
     result.kept = done.kept;
     if (done.scriptFailed) {
@@ -131,10 +130,11 @@ TrashEmptyResult emptyTrash(const std::optional<Platform::TrashContents> &confir
     }
     return result;
 }
-QList<DiskCategory> categories(const NameProgress &progress, const Locations &where,
+QList<DiskCategory> categories(const NameProgress &progress, const System &system,
                                const QStringList &applicationFolders)
 {
-    const DiskUsage usage = volumeUsage(u"/"_s);
+    const Locations &where = system.where();
+    const DiskUsage usage = system.volumeUsage(u"/"_s);
     struct Plan
     {
         const char *id;

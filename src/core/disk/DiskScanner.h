@@ -1,8 +1,7 @@
 #pragma once
 
 #include "core/outcomes/TrashEmptying.h"
-#include "core/system/Locations.h"
-#include "platform/Trash.h"
+#include "core/system/System.h"
 
 #include <QList>
 #include <QString>
@@ -40,16 +39,16 @@ qint64 directorySize(const QString &path, const Cancel &cancel = {});
 
 // The home Trash; (0, 0) when it was never created, nullopt when it exists but cannot be
 // listed.
-std::optional<TrashSize> trashSize(const Locations &where);
+std::optional<TrashSize> trashSize(const System &system);
 
 // The six slices in their fixed order, `applicationFolders` counted as applications; each
 // category's id is posted to `progress` on the main thread before it is measured. Names
 // are left empty: words are not the walker's business.
-QList<DiskCategory> categories(const NameProgress &progress, const Locations &where,
+QList<DiskCategory> categories(const NameProgress &progress, const System &system,
                                const QStringList &applicationFolders);
 
 // Empties the entries of the home Trash that `confirmed` counted (see Platform::emptyTrash).
 TrashEmptyResult emptyTrash(const std::optional<Platform::TrashContents> &confirmed,
-                            const Locations &where);
+                            const System &system);
 
 } // namespace DiskScanner

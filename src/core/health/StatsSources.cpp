@@ -22,7 +22,7 @@ StatsSources StatsSources::system()
         return raw ? SourceParsers::memoryUsed(*raw) : std::nullopt;
     };
     sources.memoryTotal = [] { return Platform::physicalMemory(); };
-    sources.diskUsage = [](const QString &path) { return volumeUsage(path); };
+    sources.diskUsage = [](const QString &path) { return DiskUsage::of(path); };
     sources.battery = []() -> std::optional<BatteryReading> {
         const auto raw = Platform::readPowerSources();
         return raw ? SourceParsers::battery(*raw) : std::nullopt;

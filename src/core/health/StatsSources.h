@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/disk/DiskUsage.h"
+#include "core/types/DiskUsage.h"
 
 #include <QList>
 #include <QString>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/disk/DiskUsage.h"
 #include "core/health/HealthTypes.h"
 #include "core/health/StatsSources.h"
+#include "core/types/DiskUsage.h"
 
 #include <QObject>
 #include <QString>

@@ -25,11 +25,12 @@ struct AppUpdater::ScanState
     int inFlight = 0;
 };
 
-AppUpdater::Services AppUpdater::Services::real(const Locations &where)
+AppUpdater::Services AppUpdater::Services::real(std::shared_ptr<const System> system)
 {
     Services s;
     s.brewOutdated = [] { return Homebrew::brewOutdated(); };
-    s.applications = [where] {
+    s.applications = [system] {
+        const Locations &where = system->where();
         return Inventory::applications(where.applicationFolders(Locations::Apps::updatable), where);
     };
     s.checkAppStore = [](const AppInfo &app, Finding done) {

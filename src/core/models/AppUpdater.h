@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/system/Locations.h"
+#include "core/system/System.h"
 
 #include "core/updates/AppInfo.h"
 #include "core/updates/OutdatedApp.h"
@@ -33,7 +33,7 @@ public:
         std::function<std::optional<QString>()> brewPath;
         std::function<std::optional<QString>(const OutdatedApp &)> upgrade;
 
-        static Services real(const Locations &where);
+        static Services real(std::shared_ptr<const System> system);
     };
 
     // At most this many App Store and appcast checks run at once.

@@ -41,26 +41,27 @@ QList<CleanCategory> scanOrder(const QList<CleanCategory> &categories)
 
 } // namespace
 
-CleanModel::Services CleanModel::Services::real(const Locations &where)
+CleanModel::Services CleanModel::Services::real(std::shared_ptr<const System> system)
 {
+    using Apps = Locations::Apps;
     Services s;
-    s.userCaches = [where](const QSet<QString> &excluding) {
-        return Cleaner::userCaches(where, excluding);
+    s.userCaches = [system](const QSet<QString> &excluding) {
+        return Cleaner::userCaches(system->where(), excluding);
     };
-    s.logs = [where] { return Cleaner::logs(where); };
-    s.aiClutter = [where] { return Cleaner::aiClutter(where); };
-    s.developerJunk = [where] { return Cleaner::developerJunk(where); };
-    s.leftovers = [where] {
-        return Cleaner::leftovers(where.applicationFolders(Locations::Apps::installed), where);
+    s.logs = [system] { return Cleaner::logs(system->where()); };
+    s.aiClutter = [system] { return Cleaner::aiClutter(system->where()); };
+    s.developerJunk = [system] { return Cleaner::developerJunk(system->where()); };
+    s.leftovers = [system] {
+        return Cleaner::leftovers(system->where().applicationFolders(Apps::installed), *system);
     };
-    s.unusedApps = [where](int days) {
-        return Cleaner::unusedApps(days, where.applicationFolders(Locations::Apps::userFacing),
-                                   where);
+    s.unusedApps = [system](int days) {
+        return Cleaner::unusedApps(days, system->where().applicationFolders(Apps::userFacing),
+                                   *system);
     };
-    s.largeFiles = [where](qint64 minBytes, std::function<void(qint64)> progress) {
-        return Cleaner::largeFiles(minBytes, progress, where);
+    s.largeFiles = [system](qint64 minBytes, std::function<void(qint64)> progress) {
+        return Cleaner::largeFiles(minBytes, progress, system->where());
     };
-    s.remove = [where](const QList<CleanItem> &items) { return Cleaner::remove(items, where); };
+    s.remove = [system](const QList<CleanItem> &items) { return Cleaner::remove(items, *system); };
     return s;
 }
 

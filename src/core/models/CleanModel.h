@@ -8,6 +8,7 @@
 #include <QSet>
 #include <QString>
 #include <functional>
+#include <memory>
 #include <optional>
 
 // The state behind one clean-up page: runs its categories' scanners off the main thread,
@@ -31,7 +32,8 @@ public:
             largeFiles;
         std::function<Cleaner::Result(const QList<CleanItem> &)> remove;
 
-        static Services real(const Locations &where);
+        // The real scans over `system`, which the services keep alive.
+        static Services real(std::shared_ptr<const System> system);
     };
 
     static constexpr qint64 kLargeFileBytes = 500LL * 1024 * 1024;

@@ -9,21 +9,21 @@
 
 using namespace Qt::StringLiterals;
 
-OverviewModel::Services OverviewModel::Services::real(const Locations &where)
+OverviewModel::Services OverviewModel::Services::real(std::shared_ptr<const System> system)
 {
     Services s;
-    s.categories = [where](const DiskScanner::NameProgress &progress) {
+    s.categories = [system](const DiskScanner::NameProgress &progress) {
         const auto named = [progress](const QString &id) { progress(Words::diskCategory(id)); };
-        QList<DiskCategory> cats =
-            DiskScanner::categories(progress ? named : DiskScanner::NameProgress(), where,
-                                    where.applicationFolders(Locations::Apps::userFacing));
+        QList<DiskCategory> cats = DiskScanner::categories(
+            progress ? named : DiskScanner::NameProgress(), *system,
+            system->where().applicationFolders(Locations::Apps::userFacing));
         for (DiskCategory &cat : cats)
             cat.name = Words::diskCategory(cat.id);
         return cats;
     };
-    s.trashSize = [where] { return DiskScanner::trashSize(where); };
-    s.emptyTrash = [where](const std::optional<Platform::TrashContents> &confirmed) {
-        return DiskScanner::emptyTrash(confirmed, where);
+    s.trashSize = [system] { return DiskScanner::trashSize(*system); };
+    s.emptyTrash = [system](const std::optional<Platform::TrashContents> &confirmed) {
+        return DiskScanner::emptyTrash(confirmed, *system);
     };
     return s;
 }

@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QString>
 #include <functional>
+#include <memory>
 #include <optional>
 
 // The state behind the overview page: the disk slices, the Trash's figures and the
@@ -23,7 +24,8 @@ public:
         std::function<std::optional<TrashSize>()> trashSize;
         std::function<TrashEmptyResult(const std::optional<Platform::TrashContents> &)> emptyTrash;
 
-        static Services real(const Locations &where);
+        // The real measurements over `system`, which the services keep alive.
+        static Services real(std::shared_ptr<const System> system);
     };
 
     explicit OverviewModel(Services services, QObject *parent = nullptr);

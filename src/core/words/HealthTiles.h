@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/disk/DiskUsage.h"
 #include "core/health/HealthTypes.h"
+#include "core/types/DiskUsage.h"
 
 #include <QList>
 #include <QString>

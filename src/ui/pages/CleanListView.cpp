@@ -1,7 +1,6 @@
 #include "ui/pages/CleanListView.h"
 
 #include "core/models/CleanModel.h"
-#include "core/system/Desktop.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 #include "ui/Theme.h"
@@ -61,7 +60,8 @@ QString removeLabel()
 
 } // namespace
 
-CleanListView::CleanListView(CleanModel &model, QWidget *parent)
+CleanListView::CleanListView(CleanModel &model, std::function<void(const QString &)> reveal,
+                             QWidget *parent)
     : QWidget(parent), d(new Private{model, {}, {}})
 {
     auto *content = new QWidget;
@@ -70,8 +70,7 @@ CleanListView::CleanListView(CleanModel &model, QWidget *parent)
     sections->setSpacing(18);
     for (CleanCategory category : model.categories()) {
         auto *section = new CleanSection(model, category, content);
-        connect(section->view()->delegate(), &CleanItemDelegate::revealRequested, this,
-                &Desktop::reveal);
+        connect(section->view()->delegate(), &CleanItemDelegate::revealRequested, this, reveal);
         sections->addWidget(section);
         d->sections.append(section);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QWidget>
+#include <functional>
 
 class CleanModel;
 
@@ -12,7 +13,9 @@ class CleanListView final : public QWidget
     Q_OBJECT
 
 public:
-    explicit CleanListView(CleanModel &model, QWidget *parent = nullptr);
+    // `reveal` shows an item in the file manager.
+    CleanListView(CleanModel &model, std::function<void(const QString &)> reveal,
+                  QWidget *parent = nullptr);
     ~CleanListView() override;
 
     // The page became visible (first show or a page switch): scans the first time.

@@ -2,7 +2,7 @@
 
 #include "core/health/SystemStats.h"
 #include "core/models/OverviewModel.h"
-#include "core/system/Desktop.h"
+#include "core/system/System.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 #include "ui/Theme.h"
@@ -139,16 +139,16 @@ struct OverviewView::Private
     void rebuildRows();
 };
 
-OverviewView::Settings OverviewView::Settings::system(const Locations &where)
+OverviewView::Settings OverviewView::Settings::of(const System &system)
 {
-    return {[where] { return Desktop::loginItemEnabled(where); },
-            [where](bool on) { return Desktop::setLoginItem(where, on); },
-            &Desktop::openFullDiskAccessSettings, Desktop::version()};
+    return {[&system] { return system.loginItemEnabled(); },
+            [&system](bool on) { return system.setLoginItem(on); },
+            [&system] { system.openFullDiskAccessSettings(); }, system.version()};
 }
 
-OverviewView::OverviewView(OverviewModel &model, SystemStats &stats, const Locations &where,
+OverviewView::OverviewView(OverviewModel &model, SystemStats &stats, const System &system,
                            QWidget *parent)
-    : OverviewView(model, stats, Settings::system(where), parent)
+    : OverviewView(model, stats, Settings::of(system), parent)
 {}
 
 OverviewView::OverviewView(OverviewModel &model, SystemStats &stats, Settings settings,

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/system/Locations.h"
+#include "core/system/System.h"
 
 #include <QString>
 #include <QWidget>
@@ -28,10 +28,11 @@ public:
         std::function<void()> openFullDiskAccess;
         std::optional<QString> version; // none: a development build
 
-        static Settings system(const Locations &where);
+        // The real ones; `system` outlives the view.
+        static Settings of(const System &system);
     };
 
-    OverviewView(OverviewModel &model, SystemStats &stats, const Locations &where,
+    OverviewView(OverviewModel &model, SystemStats &stats, const System &system,
                  QWidget *parent = nullptr);
     OverviewView(OverviewModel &model, SystemStats &stats, Settings settings,
                  QWidget *parent = nullptr);

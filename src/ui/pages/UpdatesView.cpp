@@ -1,7 +1,6 @@
 #include "ui/pages/UpdatesView.h"
 
 #include "core/models/AppUpdater.h"
-#include "core/system/Desktop.h"
 #include "core/text/L10n.h"
 #include "core/updates/AppStore.h"
 #include "core/words/UpdatesWords.h"
@@ -82,10 +81,6 @@ struct UpdatesView::Private
     void sync();
     void syncRows();
 };
-
-UpdatesView::UpdatesView(AppUpdater &updater, QWidget *parent)
-    : UpdatesView(updater, &Desktop::openApplication, parent)
-{}
 
 UpdatesView::UpdatesView(AppUpdater &updater, OpenApplication openApplication, QWidget *parent)
     : QWidget(parent), d(new Private(updater, std::move(openApplication)))

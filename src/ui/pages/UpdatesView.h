@@ -16,7 +16,6 @@ public:
     // Launches an application bundle; the platform's by default, a probe in tests.
     using OpenApplication = std::function<void(const QString &bundlePath)>;
 
-    explicit UpdatesView(AppUpdater &updater, QWidget *parent = nullptr);
     UpdatesView(AppUpdater &updater, OpenApplication openApplication, QWidget *parent = nullptr);
     ~UpdatesView() override;
 

@@ -8,7 +8,7 @@ struct DiskUsage
 {
     qint64 total = 0;
     qint64 free = 0; // available for important use: purgeable space counts as free
-};
 
-// The volume holding `path`; (0, 0) when it cannot be read.
-DiskUsage volumeUsage(const QString &path);
+    // The volume holding `path`; (0, 0) when it cannot be read.
+    static DiskUsage of(const QString &path);
+};

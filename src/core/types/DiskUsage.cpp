@@ -1,8 +1,8 @@
-#include "core/disk/DiskUsage.h"
+#include "core/types/DiskUsage.h"
 
 #include "platform/Volume.h"
 
-DiskUsage volumeUsage(const QString &path)
+DiskUsage DiskUsage::of(const QString &path)
 {
     const auto capacity = Platform::volumeCapacity(path);
     if (!capacity || capacity->total <= 0)

@@ -1,0 +1,73 @@
+#include "core/system/RealSystem.h"
+
+#include "core/process/Shell.h"
+#include "platform/LaunchAtLogin.h"
+
+Platform::TrashMove RealSystem::moveToTrash(const QString &path, const QString &anchor) const
+{
+    return Platform::moveToTrash(path, anchor, where().userFolders());
+}
+
+Platform::TrashEmptying
+RealSystem::emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const
+{
+    return Platform::emptyTrash(confirmed, where().userFolders());
+}
+
+QString RealSystem::trashItemsFolder() const
+{
+    return Platform::homeTrashItemsPath(where().userFolders());
+}
+
+DiskUsage RealSystem::volumeUsage(const QString &path) const
+{
+    return DiskUsage::of(path);
+}
+
+QList<Platform::RunningApplication> RealSystem::runningApplications() const
+{
+    return Platform::runningApplications();
+}
+
+std::optional<QString> RealSystem::runTool(const QString &tool, const QStringList &arguments,
+                                           double timeoutSeconds) const
+{
+    if (!Shell::isExecutableFile(tool))
+        return std::nullopt;
+    return Shell::run(tool, arguments, {}, timeoutSeconds);
+}
+
+QDateTime RealSystem::now() const
+{
+    return QDateTime::currentDateTimeUtc();
+}
+
+bool RealSystem::loginItemEnabled() const
+{
+    return Platform::LaunchAtLogin::enabled(where().userFolders());
+}
+
+std::optional<QString> RealSystem::setLoginItem(bool on) const
+{
+    return Platform::LaunchAtLogin::set(where().userFolders(), on);
+}
+
+void RealSystem::openFullDiskAccessSettings() const
+{
+    Platform::openFullDiskAccessSettings();
+}
+
+void RealSystem::openApplication(const QString &bundlePath) const
+{
+    Platform::openApplication(bundlePath);
+}
+
+void RealSystem::reveal(const QString &path) const
+{
+    Platform::revealInFileManager(path);
+}
+
+std::optional<QString> RealSystem::version() const
+{
+    return Platform::shortVersion();
+}

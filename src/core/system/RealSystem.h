@@ -1,0 +1,26 @@
+#pragma once
+
+#include "core/system/System.h"
+
+// The machine itself, through the platform layer.
+class RealSystem final : public System
+{
+public:
+    using System::System;
+
+    Platform::TrashMove moveToTrash(const QString &path, const QString &anchor) const override;
+    Platform::TrashEmptying
+    emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const override;
+    QString trashItemsFolder() const override;
+    DiskUsage volumeUsage(const QString &path) const override;
+    QList<Platform::RunningApplication> runningApplications() const override;
+    std::optional<QString> runTool(const QString &tool, const QStringList &arguments,
+                                   double timeoutSeconds) const override;
+    QDateTime now() const override;
+    bool loginItemEnabled() const override;
+    std::optional<QString> setLoginItem(bool on) const override;
+    void openFullDiskAccessSettings() const override;
+    void openApplication(const QString &bundlePath) const override;
+    void reveal(const QString &path) const override;
+    std::optional<QString> version() const override;
+};

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "core/system/Locations.h"
+#include "core/types/DiskUsage.h"
+#include "platform/Trash.h"
+#include "platform/Workspace.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <optional>
+
+// Everything the engine asks of the machine, in one place: where the user's folders are,
+// the Trash, the volume, the workspace, the login item, Spotlight's tools and the clock.
+// Each front end wires the real one once (RealSystem); tests hand in the shared fake.
+// Calls may come from any thread.
+class System
+{
+public:
+    explicit System(Locations where) : m_where(std::move(where)) {}
+    virtual ~System() = default;
+    System(const System &) = delete;
+    System &operator=(const System &) = delete;
+
+    const Locations &where() const { return m_where; }
+
+    // The Trash (see platform/Trash.h).
+    virtual Platform::TrashMove moveToTrash(const QString &path, const QString &anchor) const = 0;
+    virtual Platform::TrashEmptying
+    emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const = 0;
+    virtual QString trashItemsFolder() const = 0;
+
+    virtual DiskUsage volumeUsage(const QString &path) const = 0;
+    virtual QList<Platform::RunningApplication> runningApplications() const = 0;
+    // The output of a system tool (Spotlight's mdfind and mdls), run only when it is an
+    // executable file; nullopt otherwise or when it fails.
+    virtual std::optional<QString> runTool(const QString &tool, const QStringList &arguments,
+                                           double timeoutSeconds) const = 0;
+    virtual QDateTime now() const = 0;
+
+    // The window's errands.
+    virtual bool loginItemEnabled() const = 0;
+    virtual std::optional<QString> setLoginItem(bool on) const = 0;
+    virtual void openFullDiskAccessSettings() const = 0;
+    virtual void openApplication(const QString &bundlePath) const = 0;
+    virtual void reveal(const QString &path) const = 0;
+    virtual std::optional<QString> version() const = 0;
+
+private:
+    Locations m_where;
+};
