@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc 2>/dev/null || sysctl -n hw.ncpu 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 PREFIX_PATH := $(shell command -v brew >/dev/null 2>&1 && echo "-DCMAKE_PREFIX_PATH=$$(brew --prefix qt)")
 
-.PHONY: all deps configure build test run bench fuzz format clean
+.PHONY: all deps configure build test run bench fuzz format clean mutants
 
 all: build
 
@@ -75,6 +75,13 @@ fuzz:
 	        echo "   full log: $$log"; \
 	    fi; \
 	done; exit $$found
+
+# Mutation score of the tests on a copy of the committed tree (never part of make test).
+MUTANTS ?= 60
+SEED ?= 1
+mutants:
+	@bash scripts/install-deps.sh
+	python3 scripts/mutants.py --n $(MUTANTS) --seed $(SEED)
 
 format:
 	find src tests bench -name '*.cpp' -o -name '*.h' -o -name '*.mm' | xargs clang-format -i
