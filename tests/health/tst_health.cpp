@@ -412,15 +412,10 @@ private Q_SLOTS:
         fake.battery.reset(); // the other battery figures stay
         stats.samplePass();
         const Snapshot s = HealthTiles::fromStats(stats);
-        QCOMPARE(u"%1 %2 %3 %4 %5 %6% %7 %8"_s.arg(s.memoryUsed)
-                     .arg(s.memoryTotal)
-                     .arg(rawValue(s.memoryPressure))
-                     .arg(s.disk.total)
-                     .arg(s.disk.free)
-                     .arg(s.batteryPercent)
-                     .arg(s.batteryOnAC)
-                     .arg(s.batteryPresent),
-                 u"%1 %2 2 %3 %4 64% 1 0"_s.arg(3 * GB).arg(7 * GB).arg(900 * GB).arg(300 * GB));
+        QCOMPARE(
+            (QList<qint64>{s.memoryUsed, s.memoryTotal, rawValue(s.memoryPressure), s.disk.total,
+                           s.disk.free, s.batteryPercent, s.batteryOnAC, s.batteryPresent}),
+            (QList<qint64>{3 * GB, 7 * GB, 2, 900 * GB, 300 * GB, 64, 1, 0}));
         QCOMPARE(HealthTiles::grade(s), HealthGrade::fair);
         fake.pressure = 1;
         stats.samplePass();
