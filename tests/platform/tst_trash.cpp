@@ -1,18 +1,21 @@
 #include "common/TestHome.h"
+#include "core/disk/DiskScanner.h"
+#include "core/system/RealSystem.h"
 #include "platform/Trash.h"
 
 #include <QDirIterator>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QScopeGuard>
-#include <QSet>
+#include <QStorageInfo>
 #include <QtTest>
-
+#include <atomic>
 #include <cerrno>
-#include <memory>
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 using namespace Qt::StringLiterals;
 using Platform::TrashFailure;
@@ -21,16 +24,24 @@ namespace {
 
 // A fixed zone east of UTC: a DeletionDate written in UTC cannot pass for local time.
 constexpr const char *testZone = "QRV-05:30";
-constexpr qint64 testZoneOffset = 5 * 3600 + 30 * 60;
 constexpr uid_t nobody = 65534;
 constexpr auto anyEntry = QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System;
 
-void writeFile(const QString &path, const QByteArray &content)
+QByteArray native(const QString &path)
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(path));
-    file.write(content);
+    return QFile::encodeName(path);
+}
+
+// The entry itself, a dangling link included; -1 when there is none.
+int modeOf(const QString &path)
+{
+    struct stat st = {};
+    return ::lstat(native(path).constData(), &st) == 0 ? int(st.st_mode & 07777) : -1;
+}
+
+QStringList entries(const QString &folder)
+{
+    return QDir(folder).entryList(anyEntry, QDir::Name);
 }
 
 QByteArray readFile(const QString &path)
@@ -39,49 +50,89 @@ QByteArray readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// Whether the entry itself exists; a dangling link counts.
-bool entryExists(const QString &path)
+// "a/b/" makes a folder, "a>b" a link to b ("~" is the home), "a/b" a file holding its name.
+void build(const QString &root, const QStringList &layout)
 {
-    struct stat st = {};
-    return ::lstat(QFile::encodeName(path).constData(), &st) == 0;
+    QVERIFY(QDir().mkpath(root));
+    for (const QString &relative : layout) {
+        const QString path = root + u'/' + relative.section(u'>', 0, 0);
+        QString target = relative.section(u'>', 1);
+        QFile file(path);
+        const bool folder = target.isEmpty() && path.endsWith(u'/');
+        QVERIFY(QDir().mkpath(folder ? path : QFileInfo(path).path()));
+        if (!target.isEmpty())
+            QVERIFY(::symlink(native(target.replace(u'~', QDir::homePath())).constData(),
+                              native(path).constData()) == 0);
+        else if (!folder)
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(relative.toUtf8()) > 0);
+    }
 }
 
-int modeOf(const QString &path)
+// Every entry below `root` (outside `skip`) with its mode and link target or contents.
+QStringList snapshot(const QString &root, const QString &skip = {})
 {
-    struct stat st = {};
-    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? int(st.st_mode & 07777) : -1;
+    QStringList lines;
+    for (QDirIterator it(root, anyEntry, QDirIterator::Subdirectories); it.hasNext();) {
+        const QString path = it.next();
+        const QFileInfo info(path);
+        if (!skip.isEmpty() && (path == skip || path.startsWith(skip + u'/')))
+            continue;
+        lines << path.mid(root.size()) + u' ' + QString::number(modeOf(path), 8) +
+                     (info.isSymLink() ? u" -> "_s + info.symLinkTarget()
+                                       : u" = "_s + QString::fromUtf8(readFile(path)));
+    }
+    lines.sort();
+    return lines;
 }
 
-QStringList entries(const QString &folder)
-{
-    return QDir(folder).entryList(anyEntry, QDir::Name);
-}
-
-struct Info
-{
-    QByteArray rawPath;
-    QString path; // decoded
-    QByteArray deletionDate;
-};
-
-// The record kept beside an item in the Trash: files/<name> has info/<name>.trashinfo.
-Info infoOf(const QString &trashedPath)
+// Where the record beside files/<name>, info/<name>.trashinfo, says the item came from.
+QString recorded(const QString &trashedPath)
 {
     const QFileInfo item(trashedPath);
-    const QString trash = QFileInfo(item.dir().absolutePath()).path();
-    const QString file = trash + u"/info/"_s + item.fileName() + u".trashinfo"_s;
-    const QList<QByteArray> lines = readFile(file).split('\n');
-    Info info;
-    if (lines.value(0) != "[Trash Info]")
-        return info;
-    for (const QByteArray &line : lines) {
-        if (line.startsWith("Path="))
-            info.rawPath = line.mid(5);
-        else if (line.startsWith("DeletionDate="))
-            info.deletionDate = line.mid(13);
+    const QString info = QFileInfo(item.path()).path() + u"/info/"_s + item.fileName();
+    const QByteArray path = readFile(info + u".trashinfo"_s).split('\n').value(1).mid(5);
+    return QFile::decodeName(QByteArray::fromPercentEncoding(path));
+}
+
+Platform::UserFolders user()
+{
+    return Locations::fromEnvironment().userFolders();
+}
+
+Platform::TrashMove trashIt(const QString &path)
+{
+    return Platform::moveToTrash(path, u"/"_s, user());
+}
+
+// What the Trash holds now, as a confirmation counts it.
+std::optional<Platform::TrashContents> counted()
+{
+    const std::optional<TrashSize> size =
+        DiskScanner::trashSize(RealSystem(Locations::fromEnvironment()));
+    return size ? std::optional(size->contents) : std::nullopt;
+}
+
+// A chain of 300 folders below `top`, each holding a file, every 100th a side folder and every
+// 7th read-only. Built through descriptors: its path is too long for path calls.
+bool buildDeep(const QString &top)
+{
+    const QByteArray name(15, 'd');
+    int fd = ::open(native(top).constData(), O_RDONLY | O_DIRECTORY);
+    bool ok = fd >= 0;
+    for (int level = 0; ok && level <= 300; ++level) {
+        const int file = fd >= 0 ? ::openat(fd, "f", O_WRONLY | O_CREAT | O_EXCL, 0400) : -1;
+        ok = file >= 0 && ::close(file) == 0 && ::mkdirat(fd, name.constData(), 0700) == 0;
+        if (ok && level % 100 == 0)
+            ok = ::mkdirat(fd, "side", 0700) == 0 && ::mkdirat(fd, "side/inner", 0700) == 0;
+        const int next = ::openat(fd, name.constData(), O_RDONLY);
+        if (ok && level % 7 == 3)
+            ok = ::fchmod(fd, 0500) == 0;
+        ::close(fd);
+        fd = next;
     }
-    info.path = QFile::decodeName(QByteArray::fromPercentEncoding(info.rawPath));
-    return info;
+    if (fd >= 0)
+        ::close(fd);
+    return ok;
 }
 
 } // namespace
@@ -90,447 +141,507 @@ class TrashTest : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<TestHome> m_home;
-    QString m_work; // scratch folder for one case's items
-    QString m_startFolder;
+    TestHome m_home;
+    QList<QStringList> m_undo; // commands that give back what a case bound or locked
     bool m_droppedRoot = false;
 
-    QString trash() const { return m_home->file(u".local/share/Trash"_s); }
+    QString home(const QString &relative) const { return m_home.file(relative); }
+    QString trash() const
+    {
+        return qEnvironmentVariable("XDG_DATA_HOME", home(u".local/share"_s)) + u"/Trash"_s;
+    }
+    QString files() const { return trash() + u"/files"_s; }
+    QString info() const { return trash() + u"/info"_s; }
 
-    // Hands the home to an unprivileged user and becomes it, so permission bits hold for a
-    // root run too. Empty when done, else why it cannot be arranged.
+    // Builds `layout` in a scratch folder and trashes each top-level entry the app's way.
+    void trashLayout(const QStringList &layout)
+    {
+        build(home(u"work"_s), layout);
+        for (const QString &name : entries(home(u"work"_s)))
+            QVERIFY2(trashIt(home(u"work/"_s + name)).moved, qPrintable(name));
+    }
+
+    // Hands the home to an unprivileged user and becomes it, so that permission bits hold for
+    // root too. Empty when done, else why not.
     QString dropRoot()
     {
         if (::geteuid() != 0)
             return {};
-        bool chowned = true;
-        const auto give = [&](const QString &path) {
-            chowned = ::lchown(QFile::encodeName(path).constData(), nobody, nobody) == 0 && chowned;
-        };
-        give(m_home->path());
-        for (QDirIterator it(m_home->path(), anyEntry, QDirIterator::Subdirectories); it.hasNext();)
-            give(it.next());
+        bool chowned = ::lchown(native(m_home.path()).constData(), nobody, nobody) == 0;
+        for (QDirIterator it(m_home.path(), anyEntry, QDirIterator::Subdirectories); it.hasNext();)
+            chowned = ::lchown(native(it.next()).constData(), nobody, nobody) == 0 && chowned;
         if (!chowned || ::seteuid(nobody) != 0)
             return u"cannot hand the home to an unprivileged user"_s;
         m_droppedRoot = true;
-        if (::access(QFile::encodeName(m_home->path()).constData(), W_OK | X_OK) != 0)
-            return u"an unprivileged user cannot reach the temporary home"_s;
         return {};
     }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        m_home = std::make_unique<TestHome>();
+#ifndef Q_OS_LINUX
+        QSKIP("the system's own Trash there is the real user's");
+#endif
         qputenv("TZ", testZone);
-        m_startFolder = QDir::currentPath();
-        m_work = m_home->file(u"work"_s);
     }
 
     void init()
     {
         qunsetenv("XDG_DATA_HOME");
-        for (const QString &path : {m_home->file(u".local"_s), m_work}) {
-            QFile::remove(path); // a regular file a case put there
-            QDir(path).removeRecursively();
-            QVERIFY(!entryExists(path));
-        }
-        QVERIFY(QDir().mkpath(m_work));
+        for (const QString &name : entries(m_home.path()))
+            QVERIFY(QFile::remove(home(name)) || QDir(home(name)).removeRecursively());
     }
 
     void cleanup()
     {
-        if (m_droppedRoot)
-            QVERIFY(::seteuid(0) == 0);
-        m_droppedRoot = false;
-        QDir::setCurrent(m_startFolder);
-        // Read-only folders a failed case left must not stop the next init.
-        for (QDirIterator it(m_home->path(), QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden,
+        QVERIFY(!std::exchange(m_droppedRoot, false) || ::seteuid(0) == 0);
+        QDir::setCurrent(m_home.path());
+        for (const QStringList &command : std::exchange(m_undo, {}))
+            QProcess::execute(command.first(), command.mid(1));
+        // Read-only folders a case left must not stop the next init.
+        for (QDirIterator it(m_home.path(), QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden,
                              QDirIterator::Subdirectories);
              it.hasNext();)
-            ::chmod(QFile::encodeName(it.next()).constData(), 0700);
+            ::chmod(native(it.next()).constData(), 0700);
     }
 
-    void movesItemsIntoHomeTrash_data()
+    void movesIntoHomeTrash_data()
     {
         QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("folder");
+        QTest::addColumn<QString>("kind"); // "file", "folder", or "link " and what it leads to
         QTest::addColumn<QString>("suffix");
-        QTest::addColumn<QByteArray>("encodedName");
-
-        QTest::newRow("file") << u"notes.txt"_s << false << QString() << "notes.txt"_ba;
-        QTest::newRow("folder") << u"cache"_s << true << QString() << "cache"_ba;
-        QTest::newRow("folder given with slashes") << u"cache"_s << true << u"//"_s << "cache"_ba;
-        QTest::newRow("hidden file") << u".bashrc"_s << false << QString() << ".bashrc"_ba;
-        QTest::newRow("space, percent, Chinese")
-            << u"a b%c 中文.txt"_s << false << QString() << "a%20b%25c%20%E4%B8%AD%E6%96%87.txt"_ba;
-        QTest::newRow("URL delimiters")
-            << u"x#y?z&=+;.txt"_s << false << QString() << "x%23y%3Fz%26%3D%2B%3B.txt"_ba;
-    }
-
-    void movesItemsIntoHomeTrash()
-    {
-        QFETCH(QString, name);
-        QFETCH(bool, folder);
-        QFETCH(QString, suffix);
-        QFETCH(QByteArray, encodedName);
-
-        const QString original = m_work + u'/' + name;
-        writeFile(folder ? original + u"/inside.txt"_s : original, "kept");
-        const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(testZoneOffset - 1);
-
-        const Platform::TrashMove move = Platform::moveToTrash(
-            original + suffix, u"/"_s, Locations::fromEnvironment().userFolders());
-
-        const QDateTime after = QDateTime::currentDateTimeUtc().addSecs(testZoneOffset + 1);
-        QVERIFY(move.moved);
-        QCOMPARE(move.failure, TrashFailure::none);
-        QCOMPARE(move.trashedPath, trash() + u"/files/"_s + name);
-        QVERIFY(!entryExists(original));
-        QCOMPARE(readFile(folder ? move.trashedPath + u"/inside.txt"_s : move.trashedPath), "kept");
-
-        const Info info = infoOf(move.trashedPath);
-        QCOMPARE(info.path, original);
-        QVERIFY2(info.rawPath.endsWith('/' + encodedName), info.rawPath.constData());
-        static const QRegularExpression format(u"^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d$"_s);
-        const QString date = QString::fromLatin1(info.deletionDate);
-        QVERIFY2(format.match(date).hasMatch(), qPrintable(date));
-        QDateTime deleted = QDateTime::fromString(date, Qt::ISODate);
-        deleted.setTimeZone(QTimeZone::utc());
-        QVERIFY2(deleted >= before && deleted <= after, qPrintable(date));
-    }
-
-    void findsAndCreatesHomeTrash_data()
-    {
-        QTest::addColumn<QString>("dataHome");
-        QTest::addColumn<bool>("underHome");
-        QTest::addColumn<QString>("expectedTrash");
-
-        QTest::newRow("absolute XDG_DATA_HOME") << u"data/home"_s << true << u"data/home/Trash"_s;
-        QTest::newRow("relative XDG_DATA_HOME ignored")
-            << u"relative/share"_s << false << u".local/share/Trash"_s;
-        QTest::newRow("no XDG_DATA_HOME") << QString() << false << u".local/share/Trash"_s;
-    }
-
-    // None of the Trash exists yet, ~/.local included. Landing in the current folder instead
-    // is the failure this guards against.
-    void findsAndCreatesHomeTrash()
-    {
-        QFETCH(QString, dataHome);
-        QFETCH(bool, underHome);
-        QFETCH(QString, expectedTrash);
-
-        const QString expected = m_home->file(expectedTrash);
-        qputenv("XDG_DATA_HOME", QFile::encodeName(underHome ? m_home->file(dataHome) : dataHome));
-        const QString cwd = m_work + u"/cwd"_s;
-        QVERIFY(QDir().mkpath(cwd) && QDir::setCurrent(cwd));
-        writeFile(m_work + u"/item.txt"_s, "x");
-
-        QCOMPARE(Platform::homeTrashItemsPath(Locations::fromEnvironment().userFolders()),
-                 expected + u"/files"_s);
-        QVERIFY2(!entryExists(expected), "asking for the path must not create the Trash");
-
-        const Platform::TrashMove move = Platform::moveToTrash(
-            u"../item.txt"_s, u"/"_s, Locations::fromEnvironment().userFolders());
-
-        QVERIFY(move.moved);
-        QCOMPARE(move.trashedPath, expected + u"/files/item.txt"_s);
-        QCOMPARE(readFile(move.trashedPath), "x");
-        QCOMPARE(infoOf(move.trashedPath).path, m_work + u"/item.txt"_s);
-        QCOMPARE(entries(cwd), QStringList());
-        QCOMPARE(modeOf(expected + u"/files"_s), 0700);
-        QCOMPARE(modeOf(expected + u"/info"_s), 0700);
-        for (QString folder = expected; folder != m_home->path(); folder = QFileInfo(folder).path())
-            QVERIFY2(modeOf(folder) == 0700, qPrintable(folder));
-    }
-
-    void collidingNamesAllLand_data()
-    {
-        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("dataHome");   // "/…" is below the home
+        QTest::addColumn<QStringList>("stored"); // the names of items moved one after another
         QTest::addColumn<QStringList>("strays"); // already in the Trash, relative to it
-        QTest::addColumn<QStringList>("storedNames");
-
-        const auto names = [](const char *first, const char *second, const char *third) {
-            return QStringList{QString::fromUtf8(first), QString::fromUtf8(second),
-                               QString::fromUtf8(third)};
+        const auto row = [](const char *tag, const QString &name, const QStringList &stored,
+                            const QString &kind = u"file"_s, const QString &suffix = {},
+                            const QString &dataHome = {}, const QStringList &strays = {}) {
+            QTest::newRow(tag) << name << kind << suffix << dataHome
+                               << (stored.isEmpty() ? QStringList{name} : stored) << strays;
         };
-        QTest::newRow("extension")
-            << u"a.txt"_s << QStringList() << names("a.txt", "a.2.txt", "a.3.txt");
-        QTest::newRow("leading dot only")
-            << u".bashrc"_s << QStringList() << names(".bashrc", ".bashrc.2", ".bashrc.3");
-        QTest::newRow("two extensions")
-            << u"a.tar.gz"_s << QStringList() << names("a.tar.gz", "a.tar.2.gz", "a.tar.3.gz");
-        QTest::newRow("no extension")
-            << u"log"_s << QStringList() << names("log", "log.2", "log.3");
+        row("files, URL delimiters, space, Chinese", u"a b%c#?&=+; 中.txt"_s,
+            {u"a b%c#?&=+; 中.txt"_s, u"a b%c#?&=+; 中.2.txt"_s, u"a b%c#?&=+; 中.3.txt"_s});
+        row("folders given with slashes, XDG_DATA_HOME", u"cache"_s, {u"cache"_s, u"cache.2"_s},
+            u"folder"_s, u"//"_s, u"/d/h"_s);
+        row("link to a file, relative XDG_DATA_HOME ignored", u"link"_s, {}, u"link file"_s, {},
+            u"d/h"_s);
+        row("links to files, given with slash", u"link"_s, {u"link"_s, u"link.2"_s}, u"link file"_s,
+            u"/"_s);
+        row("link to a folder, given with slash", u"link"_s, {}, u"link folder"_s, u"/"_s);
+        row("dangling link", u"link"_s, {}, u"link none"_s);
+        row("leading dot only", u".bashrc"_s, {u".bashrc"_s, u".bashrc.2"_s, u".bashrc.3"_s});
+        row("trailing dot", u"log."_s, {u"log."_s, u"log..2"_s});
+        row("two extensions", u"a.tar.gz"_s, {u"a.tar.gz"_s, u"a.tar.2.gz"_s});
+        const QString x = u"a."_s + QString(150, u'x');
+        row("extension longer than half a name", x, {x, x + u".2"_s});
         // A file without its record and a record without its file both keep their names.
-        QTest::newRow("past stray entries")
-            << u"a.txt"_s << QStringList{u"files/a.txt"_s, u"info/a.2.txt.trashinfo"_s}
-            << names("a.3.txt", "a.4.txt", "a.5.txt");
-        // 253 bytes, too long once ".trashinfo" is added; cut bytewise, the three-byte
-        // characters would break. The stem gives way, whole characters at a time.
+        row("past stray entries", u"a.txt"_s, {u"a.3.txt"_s, u"a.4.txt"_s}, u"file"_s, {}, {},
+            {u"files/a.txt"_s, u"info/a.2.txt.trashinfo"_s});
+        // 253 bytes, too long with ".trashinfo": the stem gives way, whole characters at a time.
         const auto wen = [](int count) { return QString(count, QChar(0x6587)); };
-        QTest::newRow("too long for its record")
-            << wen(83) + u".txt"_s << QStringList()
-            << QStringList{wen(80) + u".txt"_s, wen(79) + u".2.txt"_s, wen(79) + u".3.txt"_s};
+        row("too long for its record", wen(83) + u".txt"_s,
+            {wen(80) + u".txt"_s, wen(79) + u".2.txt"_s, wen(79) + u".3.txt"_s});
     }
 
-    void collidingNamesAllLand()
+    // Each entry moves, a link as itself, under a name of its own with a record of its place.
+    // The Trash is made private, ~/.local included, in the home: never in the current folder.
+    void movesIntoHomeTrash()
     {
         QFETCH(QString, name);
-        QFETCH(QStringList, strays);
-        QFETCH(QStringList, storedNames);
-
-        for (const QString &stray : strays)
-            writeFile(trash() + u'/' + stray, "stray");
-        QStringList originals;
-        for (int i = 0; i < storedNames.size(); ++i) {
-            originals << m_work + u'/' + QString::number(i) + u'/' + name;
-            writeFile(originals.last(), QByteArray::number(i));
-            const Platform::TrashMove move = Platform::moveToTrash(
-                originals.last(), u"/"_s, Locations::fromEnvironment().userFolders());
-            QVERIFY(move.moved);
-            QCOMPARE(move.trashedPath, trash() + u"/files/"_s + storedNames.at(i));
-        }
-        for (int i = 0; i < storedNames.size(); ++i) {
-            const QString trashed = trash() + u"/files/"_s + storedNames.at(i);
-            QCOMPARE(readFile(trashed), QByteArray::number(i));
-            QCOMPARE(infoOf(trashed).path, originals.at(i));
-        }
-        for (const QString &stray : strays)
-            QCOMPARE(readFile(trash() + u'/' + stray), "stray");
-        // Names claimed and given up again leave no record behind.
-        QCOMPARE(entries(trash() + u"/files"_s).size() + entries(trash() + u"/info"_s).size(),
-                 2 * storedNames.size() + strays.size());
-    }
-
-    void movesLinksNotTargets_data()
-    {
-        QTest::addColumn<QString>("target");
-        QTest::addColumn<bool>("folder");
-        QTest::addColumn<QString>("suffix");
-
-        QTest::newRow("to a file") << u"t.txt"_s << false << QString();
-        QTest::newRow("to a file, given with slash") << u"t.txt"_s << false << u"/"_s;
-        QTest::newRow("to a folder") << u"dir"_s << true << QString();
-        QTest::newRow("to a folder, given with slash") << u"dir"_s << true << u"/"_s;
-        QTest::newRow("dangling") << QString() << false << QString();
-    }
-
-    void movesLinksNotTargets()
-    {
-        QFETCH(QString, target);
-        QFETCH(bool, folder);
+        QFETCH(QString, kind);
         QFETCH(QString, suffix);
+        QFETCH(QString, dataHome);
+        QFETCH(QStringList, stored);
+        QFETCH(QStringList, strays);
+        const bool absolute = dataHome.startsWith(u'/'), link = kind.startsWith(u"link");
+        qputenv("XDG_DATA_HOME", absolute ? native(m_home.path() + dataHome) : native(dataHome));
+        const QString trash =
+            absolute ? home(dataHome.mid(1)) + u"/Trash"_s : home(u".local/share/Trash"_s);
+        QCOMPARE(Platform::homeTrashItemsPath(user()), trash + u"/files"_s);
+        QVERIFY2(modeOf(trash) < 0, "asking for the path must not create the Trash");
+        if (!strays.isEmpty())
+            build(trash, strays);
+        QVERIFY(QDir().mkpath(home(u"work/cwd"_s)) && QDir::setCurrent(home(u"work/cwd"_s)));
+        const QString target = kind == u"link none" ? u"gone"_s : u"target"_s;
+        const QString inside = kind.endsWith(u"folder") ? u"/inside.txt"_s : QString();
+        for (int i = 0; i < stored.size(); ++i) {
+            const QString at = u"%1/"_s.arg(i), made = at + (link ? target : name) + inside;
+            build(home(u"work"_s), {kind == u"link none" ? u"cwd/"_s : made,
+                                    link ? at + name + u">~/work/"_s + at + target : u"cwd/"_s});
+            const Platform::TrashMove move = trashIt(u"../"_s + at + name + suffix);
+            QCOMPARE(move.trashedPath, trash + u"/files/"_s + stored.at(i));
+            QCOMPARE(recorded(move.trashedPath), home(u"work/"_s + at + name));
+            QCOMPARE(modeOf(home(u"work/"_s + at + name)), -1);
+            QCOMPARE(QFileInfo(move.trashedPath).symLinkTarget(),
+                     link ? home(u"work/"_s + at + target) : QString());
+            QVERIFY(kind == u"link none" ||
+                    readFile(link ? home(u"work/"_s + made) : move.trashedPath + inside) ==
+                        made.toUtf8());
+        }
+        for (const QString &stray : strays)
+            QCOMPARE(readFile(trash + u'/' + stray), stray.toUtf8());
+        // Names claimed and given up again leave no record behind.
+        QCOMPARE(entries(trash + u"/files"_s).size() + entries(trash + u"/info"_s).size(),
+                 2 * stored.size() + strays.size());
+        QCOMPARE(entries(home(u"work/cwd"_s)), QStringList());
+        for (QString folder = trash + u"/files"_s; strays.isEmpty() && folder != m_home.path();
+             folder = QFileInfo(folder).path())
+            QVERIFY2(modeOf(folder) == 0700 && modeOf(trash + u"/info"_s) == 0700,
+                     qPrintable(folder));
 
-        const QString targetPath =
-            m_work + u"/targets/"_s + (target.isEmpty() ? u"gone"_s : target);
-        if (!target.isEmpty())
-            writeFile(folder ? targetPath + u"/inside.txt"_s : targetPath, "target");
-        const QString link = m_work + u"/link"_s;
-        QVERIFY(QFile::link(targetPath, link));
-
-        const Platform::TrashMove move = Platform::moveToTrash(
-            link + suffix, u"/"_s, Locations::fromEnvironment().userFolders());
-
-        QVERIFY(move.moved);
-        QCOMPARE(move.trashedPath, trash() + u"/files/link"_s);
-        QVERIFY(QFileInfo(move.trashedPath).isSymLink());
-        QCOMPARE(QFileInfo(move.trashedPath).symLinkTarget(), targetPath);
-        QVERIFY(!entryExists(link));
-        if (target.isEmpty())
-            QVERIFY(!entryExists(targetPath));
-        else
-            QCOMPARE(readFile(folder ? targetPath + u"/inside.txt"_s : targetPath), "target");
-        QCOMPARE(entries(trash() + u"/files"_s), QStringList{u"link"_s});
-        QCOMPARE(infoOf(move.trashedPath).path, link);
+        const QList<QByteArray> lines =
+            readFile(trash + u"/info/"_s + stored.first() + u".trashinfo"_s).split('\n');
+        QCOMPARE(lines.value(0), "[Trash Info]");
+        QVERIFY2(lines.value(1).endsWith('/' + name.toUtf8().toPercentEncoding()),
+                 lines.value(1).constData());
+        const QDateTime deleted = QDateTime::fromString(QString::fromLatin1(lines.value(2)),
+                                                        u"'DeletionDate='yyyy-MM-dd'T'HH:mm:ss"_s);
+        QVERIFY2(qAbs(deleted.secsTo(QDateTime::currentDateTime())) <= 2, lines.value(2).data());
     }
 
-    void refusesItems_data()
+    void refusedMoveChangesNothing_data()
     {
-        QTest::addColumn<QString>("path"); // "~" stands for the home
+        QTest::addColumn<QString>("path");     // "~" stands for the home
+        QTest::addColumn<QString>("obstacle"); // "file:" where a folder belongs, or "read-only:"
         QTest::addColumn<TrashFailure>("failure");
         QTest::addColumn<int>("errorCode");
-
-        QTest::newRow("missing") << u"~/work/none"_s << TrashFailure::missing << ENOENT;
-        QTest::newRow("missing, given with slash")
-            << u"~/work/none/"_s << TrashFailure::missing << ENOENT;
-        QTest::newRow("empty path") << QString() << TrashFailure::missing << ENOENT;
-        QTest::newRow("name over NAME_MAX")
-            << u"~/work/"_s + QString(300, u'n') << TrashFailure::nameTooLong << ENAMETOOLONG;
-        QTest::newRow("the Trash") << u"~/.local/share/Trash"_s << TrashFailure::other << EINVAL;
-        QTest::newRow("its files folder")
-            << u"~/.local/share/Trash/files"_s << TrashFailure::other << EINVAL;
-        QTest::newRow("an item in it")
-            << u"~/.local/share/Trash/files/old.txt"_s << TrashFailure::other << EINVAL;
-        QTest::newRow("a folder holding it") << u"~/.local"_s << TrashFailure::other << EINVAL;
+        const auto row = [](const QByteArray &tag, const QString &path, TrashFailure failure,
+                            int errorCode, const QString &obstacle = {}) {
+            QTest::newRow(tag.constData()) << path << obstacle << failure << errorCode;
+        };
+        row("missing", u"~/work/none"_s, TrashFailure::missing, ENOENT);
+        row("empty path", QString(), TrashFailure::missing, ENOENT);
+        row("NUL inside", u"~/work/a"_s + QChar(u'\0') + u"b"_s, TrashFailure::other, EINVAL);
+        row("through a linked folder", u"~/work/via/item.txt"_s, TrashFailure::other, ELOOP);
+        row("name over NAME_MAX", u"~/work/"_s + QString(300, u'n'), TrashFailure::nameTooLong,
+            ENAMETOOLONG);
+        row("the Trash", u"~/.local/share/Trash"_s, TrashFailure::other, EINVAL);
+        row("an item in it", u"~/.local/share/Trash/files/a"_s, TrashFailure::other, EINVAL);
+        row("a folder holding it", u"~/.local"_s, TrashFailure::other, EINVAL);
+        // An unusable Trash leaves the item where it is.
+        for (const char *at : {".local", ".local/share", ".local/share/Trash",
+                               ".local/share/Trash/files", ".local/share/Trash/info"})
+            row("file at "_ba + at, u"~/work/real/item.txt"_s, TrashFailure::noTrash, ENOTDIR,
+                u"file:"_s + QLatin1String(at));
+        for (const char *at : {".local/share/Trash/files", ".local/share/Trash/info", "work/real"})
+            row("read-only "_ba + at, u"~/work/real/item.txt"_s, TrashFailure::permissionDenied,
+                EACCES, u"read-only:"_s + QLatin1String(at));
     }
 
-    void refusesItems()
+    void refusedMoveChangesNothing()
     {
         QFETCH(QString, path);
+        QFETCH(QString, obstacle);
         QFETCH(TrashFailure, failure);
         QFETCH(int, errorCode);
-
-        writeFile(trash() + u"/files/old.txt"_s, "old");
-        writeFile(trash() + u"/info/old.txt.trashinfo"_s, "[Trash Info]\n");
-        path.replace(u'~', m_home->path());
-        const bool existed = !path.isEmpty() && entryExists(path);
-
-        const Platform::TrashMove move =
-            Platform::moveToTrash(path, u"/"_s, Locations::fromEnvironment().userFolders());
-
-        QVERIFY(!move.moved);
-        QCOMPARE(move.failure, failure);
-        QCOMPARE(move.errorCode, errorCode);
-        QVERIFY(move.trashedPath.isEmpty());
-        QCOMPARE(!path.isEmpty() && entryExists(path), existed);
-        QCOMPARE(entries(trash() + u"/files"_s), QStringList{u"old.txt"_s});
-        QCOMPARE(entries(trash() + u"/info"_s), QStringList{u"old.txt.trashinfo"_s});
-    }
-
-    void unusableTrashLeavesItem_data()
-    {
-        QTest::addColumn<QString>("obstacle"); // relative to the home
-        QTest::addColumn<bool>("readOnly");    // else a regular file where a folder belongs
-
-        for (const char *path : {".local", ".local/share", ".local/share/Trash",
-                                 ".local/share/Trash/files", ".local/share/Trash/info"})
-            QTest::newRow(("file at " + QByteArray(path)).constData())
-                << QString::fromLatin1(path) << false;
-        for (const char *path : {".local/share/Trash/files", ".local/share/Trash/info", "work/in"})
-            QTest::newRow(("read-only " + QByteArray(path)).constData())
-                << QString::fromLatin1(path) << true;
-    }
-
-    void unusableTrashLeavesItem()
-    {
-        QFETCH(QString, obstacle);
-        QFETCH(bool, readOnly);
-
-        const QString item = m_work + u"/in/item.txt"_s;
-        writeFile(item, "item");
-        if (readOnly) {
-            QVERIFY(QDir().mkpath(trash() + u"/files"_s) && QDir().mkpath(trash() + u"/info"_s));
-            QVERIFY(::chmod(QFile::encodeName(m_home->file(obstacle)).constData(), 0500) == 0);
+        build(home(u"work"_s), {u"a"_s, u"real/item.txt"_s, u"via>~/work/real"_s});
+        const QString at = home(obstacle.section(u':', 1));
+        if (obstacle.startsWith(u"file:"))
+            build(m_home.path(), {obstacle.section(u':', 1)});
+        else
+            build(trash(), {u"files/a"_s, u"info/a.trashinfo"_s});
+        if (obstacle.startsWith(u"read-only:")) {
+            QVERIFY(::chmod(native(at).constData(), 0500) == 0);
             if (const QString reason = dropRoot(); !reason.isEmpty())
                 QSKIP(qPrintable(reason));
-        } else {
-            writeFile(m_home->file(obstacle), "obstacle");
         }
-
-        const Platform::TrashMove move =
-            Platform::moveToTrash(item, u"/"_s, Locations::fromEnvironment().userFolders());
-
-        QVERIFY(!move.moved);
-        QCOMPARE(move.failure, readOnly ? TrashFailure::permissionDenied : TrashFailure::noTrash);
-        QCOMPARE(move.errorCode, readOnly ? EACCES : ENOTDIR);
-        QCOMPARE(readFile(item), "item");
-        if (!readOnly)
-            QCOMPARE(readFile(m_home->file(obstacle)), "obstacle");
-        QCOMPARE(entries(trash() + u"/info"_s), QStringList());
-        QCOMPARE(entries(trash() + u"/files"_s), QStringList());
+        path.replace(u'~', m_home.path());
+        const QStringList before =
+            snapshot(m_home.path(), trash()) + entries(files()) + entries(info());
+        const Platform::TrashMove move = trashIt(path);
+        QVERIFY(!move.moved && move.trashedPath.isEmpty());
+        QCOMPARE(move.failure, failure);
+        QCOMPARE(move.errorCode, errorCode);
+        QCOMPARE(snapshot(m_home.path(), trash()) + entries(files()) + entries(info()), before);
     }
 
     void otherFileSystemUsesItsTopFolder_data()
     {
-        QTest::addColumn<int>("sharedMode"); // of a $topdir/.Trash made for the case; 0: none
-        QTest::addColumn<bool>("sharedIsLink");
-        QTest::addColumn<bool>("usesShared");
-
-        QTest::newRow("no shared .Trash") << 0 << false << false;
-        QTest::newRow("sticky shared .Trash") << 01777 << false << true;
-        QTest::newRow("shared .Trash without sticky bit") << 0777 << false << false;
-        QTest::newRow("shared .Trash as a link") << 01777 << true << false;
+        QTest::addColumn<int>("shared"); // mode of a $topdir/.Trash made for the case; -1: a link
+        QTest::addColumn<QString>("foreign"); // "shared" or "own": that Trash made by another user
+        QTest::addColumn<QString>("lands");   // "shared", "own", or nothing: refused
+        QTest::newRow("no shared .Trash") << 0 << QString() << u"own"_s;
+        QTest::newRow("sticky shared .Trash") << 01777 << QString() << u"shared"_s;
+        QTest::newRow("shared .Trash without sticky bit") << 0777 << QString() << u"own"_s;
+        QTest::newRow("shared .Trash as a link") << -1 << QString() << u"own"_s;
+        QTest::newRow("shared .Trash/$uid of another user") << 01777 << u"shared"_s << u"own"_s;
+        QTest::newRow(".Trash-$uid of another user") << 0 << u"own"_s << QString();
     }
 
     void otherFileSystemUsesItsTopFolder()
     {
-        QFETCH(int, sharedMode);
-        QFETCH(bool, sharedIsLink);
-        QFETCH(bool, usesShared);
-
+        QFETCH(int, shared);
+        QFETCH(QString, foreign);
+        QFETCH(QString, lands);
         // /dev/shm is usually a tmpfs of its own. Whatever this case makes there goes again.
-        struct stat top = {}, dev = {}, home = {};
-        if (::stat("/dev/shm", &top) != 0 || ::stat("/dev", &dev) != 0 ||
-            ::stat(QFile::encodeName(m_home->path()).constData(), &home) != 0 ||
-            top.st_dev == home.st_dev || top.st_dev == dev.st_dev)
+        const QStorageInfo shm(u"/dev/shm"_s);
+        if (shm.rootPath() != u"/dev/shm" || shm.device() == QStorageInfo(m_home.path()).device())
             QSKIP("/dev/shm is not the top folder of a file system apart from the home");
-        const QString uid = QString::number(::geteuid());
-        const QString shared = u"/dev/shm/.Trash"_s;
-        const QString own = u"/dev/shm/.Trash-"_s + uid;
-        if (entryExists(shared))
-            QSKIP("/dev/shm already has a shared .Trash; leaving it alone");
-        const bool ownExisted = entryExists(own);
-
+        const QString uid = QString::number(::geteuid()), topTrash = u"/dev/shm/.Trash"_s,
+                      own = u"/dev/shm/.Trash-"_s + uid;
+        if (modeOf(topTrash) >= 0 || modeOf(own) >= 0 || (!foreign.isEmpty() && ::geteuid() != 0))
+            QSKIP("/dev/shm has a Trash already, or another user's needs root");
         QTemporaryDir scratch(u"/dev/shm/tst_trash-XXXXXX"_s);
-        QVERIFY(scratch.isValid());
-        QString trashed;
         const auto removeOurs = qScopeGuard([&] {
-            ::unlink(QFile::encodeName(shared).constData()); // when it is a link
-            QDir(shared).removeRecursively();
-            if (!ownExisted) {
-                QDir(own).removeRecursively();
-            } else if (!trashed.isEmpty()) {
-                QFile::remove(trashed);
-                QFile::remove(own + u"/info/"_s + QFileInfo(trashed).fileName() + u".trashinfo"_s);
-            }
+            QVERIFY(QFile::remove(topTrash) || QDir(topTrash).removeRecursively());
+            QDir(own).removeRecursively();
         });
-        if (sharedMode != 0) {
-            const QString real = sharedIsLink ? scratch.filePath(u"sticky"_s) : shared;
-            QVERIFY(QDir().mkpath(real));
-            QVERIFY(::chmod(QFile::encodeName(real).constData(), mode_t(sharedMode)) == 0);
-            if (sharedIsLink)
-                QVERIFY(QFile::link(real, shared));
+        if (shared != 0) {
+            const QString real = shared < 0 ? scratch.filePath(u"sticky"_s) : topTrash;
+            QVERIFY(QDir().mkpath(real) &&
+                    ::chmod(native(real).constData(), shared < 0 ? 01777 : shared) == 0);
+            QVERIFY(shared > 0 || QFile::link(real, topTrash));
         }
-        const QString item = scratch.filePath(u"in shm.txt"_s);
-        writeFile(item, "shm");
-
-        const Platform::TrashMove move =
-            Platform::moveToTrash(item, u"/"_s, Locations::fromEnvironment().userFolders());
-        trashed = move.trashedPath;
-
-        QVERIFY(move.moved);
-        const QString expectedTrash = usesShared ? shared + u'/' + uid : own;
-        QVERIFY2(trashed.startsWith(expectedTrash + u"/files/in shm"_s), qPrintable(trashed));
-        QCOMPARE(readFile(trashed), "shm");
-        QVERIFY(!entryExists(item));
-        if (usesShared || !ownExisted)
-            QCOMPARE(modeOf(expectedTrash), 0700);
+        const QString theirs = foreign == u"own" ? own : topTrash + u'/' + uid;
+        QVERIFY(foreign.isEmpty() || (QDir().mkpath(theirs) &&
+                                      ::chown(native(theirs).constData(), nobody, nobody) == 0));
+        build(scratch.path(), {u"in shm.txt"_s});
+        const Platform::TrashMove move = trashIt(scratch.filePath(u"in shm.txt"_s));
+        QCOMPARE(move.failure, lands.isEmpty() ? TrashFailure::noTrash : TrashFailure::none);
+        QCOMPARE(modeOf(scratch.filePath(u"in shm.txt"_s)) >= 0, lands.isEmpty());
+        if (lands.isEmpty())
+            return;
+        const QString expected = lands == u"shared" ? topTrash + u'/' + uid : own;
+        QCOMPARE(move.trashedPath, expected + u"/files/in shm.txt"_s);
+        QCOMPARE(modeOf(expected), 0700);
         // Relative to the top folder, so the record stays right wherever the volume mounts.
-        QCOMPARE(infoOf(trashed).path, QFileInfo(scratch.path()).fileName() + u"/in shm.txt"_s);
-        QCOMPARE(entries(trash() + u"/files"_s), QStringList());
+        QCOMPARE(recorded(move.trashedPath),
+                 QFileInfo(scratch.path()).fileName() + u"/in shm.txt"_s);
     }
 
+    // Two movers of items of one name: each item lands whole under a name of its own.
     void concurrentMovesNeverOverwrite()
     {
-        constexpr int perThread = 50;
-        QStringList originals;
-        for (int i = 0; i < 2 * perThread; ++i) {
-            originals << m_work + u'/' + QString::number(i) + u"/same.txt"_s;
-            writeFile(originals.last(), QByteArray::number(i));
-        }
-
-        std::vector<Platform::TrashMove> moves(2 * perThread);
-        const auto run = [&](int first) {
-            for (int i = first; i < first + perThread; ++i)
-                moves[i] = Platform::moveToTrash(originals.at(i), u"/"_s,
-                                                 Locations::fromEnvironment().userFolders());
+        for (int i = 0; i < 100; ++i)
+            build(home(u"work"_s), {u"%1/same.txt"_s.arg(i)});
+        QList<Platform::TrashMove> moves(100);
+        const auto run = [&, out = moves.data()](int first) {
+            for (int i = first; i < 100; i += 2)
+                out[i] = trashIt(home(u"work/%1/same.txt"_s.arg(i)));
         };
-        std::thread one(run, 0);
-        std::thread two(run, perThread);
+        std::thread one(run, 0), two(run, 1);
         one.join();
         two.join();
-
-        QSet<QString> trashed;
-        for (int i = 0; i < 2 * perThread; ++i) {
-            QVERIFY2(moves[i].moved, qPrintable(originals.at(i)));
-            QCOMPARE(readFile(moves[i].trashedPath), QByteArray::number(i));
-            QCOMPARE(infoOf(moves[i].trashedPath).path, originals.at(i));
-            trashed << moves[i].trashedPath;
+        for (int i = 0; i < 100; ++i) {
+            QCOMPARE(readFile(moves.at(i).trashedPath), u"%1/same.txt"_s.arg(i).toUtf8());
+            QCOMPARE(recorded(moves.at(i).trashedPath), home(u"work/%1/same.txt"_s.arg(i)));
         }
-        QCOMPARE(trashed.size(), 2 * perThread);
-        QCOMPARE(entries(trash() + u"/info"_s).size(), 2 * perThread);
-        QCOMPARE(entries(trash() + u"/files"_s).size(), 2 * perThread);
+        QCOMPARE(entries(info()).size() + entries(files()).size(), 200);
+    }
+
+    void emptyingRemovesTheTrashOnly_data()
+    {
+        QTest::addColumn<QString>("dataHome");
+        QTest::addColumn<QStringList>("layout");  // below the home; "a>b" links a to b, "~" home
+        QTest::addColumn<QStringList>("trashed"); // below files/, each with its record
+        QTest::addColumn<QStringList>("modes");   // "path=octal" below the Trash, in this order
+        QTest::addColumn<int>("remaining");
+        const auto row = [](const char *name, const QStringList &layout, const QStringList &trashed,
+                            const QStringList &modes = {}, int remaining = 0,
+                            const QString &dataHome = {}) {
+            QTest::newRow(name) << dataHome << layout << trashed << modes << remaining;
+        };
+        // A Trash never created is already empty; one leading out of its place is refused.
+        const QString t = u".local/share/Trash/"_s;
+        row("never created", {u"data/"_s}, {}, {}, 0, u"data"_s);
+        row("no files folder", {t + u"info/old.trashinfo"_s}, {});
+        row("a file where a folder belongs", {u".local"_s}, {});
+        row("files links elsewhere",
+            {u"e/a.txt"_s, t + u"info/a.txt.trashinfo"_s, t + u"files>~/e"_s}, {}, {}, 1);
+        row("info links elsewhere",
+            {t + u"files/a.txt"_s, t + u"files/b/"_s, u"e/a.txt.trashinfo"_s, u"e/b.trashinfo"_s,
+             t + u"info>~/e"_s},
+            {}, {}, 2);
+        row("Trash leads out of the data home",
+            {u"o/Trash/files/a.txt"_s, u"o/Trash/info/a.txt.trashinfo"_s,
+             u"data/Trash>~/o/Trash"_s},
+            {}, {}, 1, u"data"_s);
+        row("Trash is the home", {u"work/w.txt"_s, u".local/share/Trash>~"_s}, {}, {}, 1);
+        // What is in it goes with its record, whatever its name, shape or rights.
+        row("files, folders, hidden and Chinese names, XDG_DATA_HOME", {},
+            {u"notes.txt"_s, u".bashrc"_s, u"报告 2024.txt"_s, u"empty/"_s, u".config/.sub/.x"_s,
+             u"tree/a/b/c/d/e.txt"_s, u"tree/a/b2/"_s, u"tree/top.txt"_s},
+            {}, 0, u"data"_s);
+        row("links, removed and never followed", {},
+            {u"file>~/outside/target.txt"_s, u"relative>../../../../outside/folder"_s,
+             u"slash>~/outside/folder/"_s, u"box/in>~/outside/folder"_s, u"box/deep/home>~"_s,
+             u"dangling>~/outside/missing"_s});
+        // Run unprivileged: permission bits do not stop root.
+        row("read-only trees", {}, {u"box/a.txt"_s, u"tree/x/y/z.txt"_s, u"ro/r.txt"_s},
+            {u"files/box=500"_s, u"files/tree/x/y=555"_s, u"files/tree/x=555"_s,
+             u"files/tree=555"_s, u"files/ro/r.txt=444"_s, u"files/ro=500"_s});
+        row("unreadable, write-only and search-only folders", {},
+            {u"box/secret/s.txt"_s, u"box/w/f"_s, u"box/x/f"_s},
+            {u"files/box/secret=0"_s, u"files/box/w=300"_s, u"files/box/x=100"_s});
+        row("read-only files and info folders", {}, {u"a.txt"_s, u"box/b"_s},
+            {u"files=500"_s, u"info=500"_s});
+        row("deeper than PATH_MAX", {}, {u"deep/"_s}, {u"files=700"_s}); // a mode: unprivileged
+    }
+
+    // Nothing outside the Trash changes, whatever leads where.
+    void emptyingRemovesTheTrashOnly()
+    {
+        QFETCH(QString, dataHome);
+        QFETCH(QStringList, layout);
+        QFETCH(QStringList, trashed);
+        QFETCH(QStringList, modes);
+        QFETCH(int, remaining);
+        if (!dataHome.isEmpty())
+            qputenv("XDG_DATA_HOME", native(home(dataHome)));
+        // A link followed would change this read-only folder, its mode at least.
+        build(home(u"outside"_s), {u"target.txt"_s, u"folder/sub/b.txt"_s});
+        QVERIFY(::chmod(native(home(u"outside/folder/sub"_s)).constData(), 0500) == 0);
+        build(m_home.path(), layout);
+        if (!trashed.isEmpty()) {
+            build(files(), trashed);
+            for (const QString &name : entries(files()))
+                build(info(), {name + u".trashinfo"_s});
+            build(trash(), {u"info/orphan.trashinfo"_s, u"unrelated.txt"_s});
+        }
+        const QString inside = trashed.isEmpty() ? QString() : trash();
+        const QStringList before = snapshot(m_home.path(), inside);
+        for (const QString &entry : modes) {
+            const QByteArray path = native(trash() + u'/' + entry.section(u'=', 0, 0));
+            QVERIFY(::chmod(path.constData(), entry.section(u'=', 1).toUInt(nullptr, 8)) == 0);
+        }
+        if (const QString reason = modes.isEmpty() ? QString() : dropRoot(); !reason.isEmpty())
+            QSKIP(qPrintable(reason));
+        QVERIFY(!trashed.contains(u"deep/"_s) || buildDeep(files() + u"/deep"_s));
+        // Far fewer descriptors than a deep tree has levels: held folders must stay bounded.
+        const qsizetype open = entries(u"/proc/self/fd"_s).size();
+        rlimit saved = {};
+        QVERIFY(::getrlimit(RLIMIT_NOFILE, &saved) == 0);
+        rlimit tight = {rlim_t(open + 64), saved.rlim_max};
+        QVERIFY(::setrlimit(RLIMIT_NOFILE, &tight) == 0);
+        const Platform::TrashEmptying result = Platform::emptyTrash(counted(), user());
+        QVERIFY(::setrlimit(RLIMIT_NOFILE, &saved) == 0);
+
+        QCOMPARE(entries(u"/proc/self/fd"_s).size(), open);
+        QCOMPARE(result.remaining, remaining);
+        QCOMPARE(result.emptied, remaining == 0);
+        QCOMPARE(snapshot(m_home.path(), inside), before);
+        if (trashed.isEmpty())
+            return;
+        // A fresh record without its item may belong to a move on its way in.
+        QCOMPARE(entries(files()) + entries(info()) + entries(trash()),
+                 (QStringList{u"orphan.trashinfo"_s, u"files"_s, u"info"_s, u"unrelated.txt"_s}));
+    }
+
+    // A restore racing the emptying either wins, and gets the whole folder back, or loses, and
+    // finds it gone; it never finds its folder emptied at its new place.
+    void restoreRacingTheEmptying()
+    {
+        QStringList layout;
+        for (int i = 0; i < 400; ++i)
+            layout << u"box/d%1/f"_s.arg(i % 20) + QString::number(i);
+        const QDeadlineTimer deadline(5000);
+        for (int round = 0; round < 10 && !deadline.hasExpired(); ++round) {
+            trashLayout(layout);
+            const std::optional<Platform::TrashContents> confirmed = counted();
+            const QString restored = home(u"restored%1"_s.arg(round));
+            std::atomic<bool> started{false};
+            std::thread emptying([&] {
+                started = true;
+                Platform::emptyTrash(confirmed, user());
+            });
+            while (!started)
+                std::this_thread::yield();
+            for (int spin = 0; spin < round * 200; ++spin)
+                std::this_thread::yield();
+            const bool won = ::rename(native(files() + u"/box"_s).constData(),
+                                      native(restored).constData()) == 0;
+            emptying.join();
+            QCOMPARE(snapshot(restored).size(), won ? 20 + 400 : 0);
+            QCOMPARE(entries(files()), QStringList());
+        }
+    }
+
+    // Only what was counted goes, and only what could go: what is restored, replaced or
+    // arrives after the count stays, and so does what resists.
+    void emptyingTakesOnlyWhatWasCounted_data()
+    {
+        QTest::addColumn<QStringList>("layout");
+        QTest::addColumn<QString>("change");    // between counting and emptying: "restored", …
+        QTest::addColumn<QStringList>("stuck"); // "+i:" immutable, "mount:" the outside bound in
+        QTest::addColumn<QStringList>("survivors"); // below files/; the rest must go
+        const auto row = [](const char *name, const QStringList &layout, const QStringList &stuck,
+                            const QStringList &survivors, const QString &change = {}) {
+            QTest::newRow(name) << layout << change << stuck << survivors;
+        };
+        const QStringList box{u"box/a.txt"_s, u"box/sub/b.txt"_s, u"gone.txt"_s};
+        row("restored", box, {}, {}, u"restored"_s);
+        row("replaced under the same name", box, {}, {u"box"_s, u"box/new.txt"_s}, u"replaced"_s);
+        row("arrived", box, {}, {u"late.txt"_s}, u"arrived"_s);
+        row("immutable files and folder",
+            {u"box/a.txt"_s, u"box/sub/stuck.txt"_s, u"box/sub/b.txt"_s, u"one.txt"_s, u"two/f"_s,
+             u"three.txt"_s, u"four/"_s},
+            {u"+i:box/sub/stuck.txt"_s, u"+i:one.txt"_s, u"+i:two"_s},
+            {u"box"_s, u"box/sub"_s, u"box/sub/stuck.txt"_s, u"one.txt"_s, u"two"_s, u"two/f"_s});
+        // Past the folders held open the way up reopens them; what stayed is not entered again.
+        QStringList chain{u"box"_s};
+        for (int level = 0; level < 40; ++level)
+            chain << chain.last() + u"/d"_s;
+        const QString stuck = chain.last() + u"/stuck.txt"_s;
+        row("immutable file below the held folders",
+            {stuck, u"box/free.txt"_s, chain.at(20) + u"/free.txt"_s}, {u"+i:"_s + stuck},
+            chain + QStringList{stuck});
+        // What is mounted inside is not the Trash's: it stays, and so does what holds it.
+        row("mounts as an entry and inside a folder",
+            {u"mnt/"_s, u"box/mnt/"_s, u"box/free.txt"_s, u"other.txt"_s},
+            {u"mount:mnt"_s, u"mount:box/mnt"_s}, {u"mnt"_s, u"box"_s, u"box/mnt"_s});
+    }
+
+    void emptyingTakesOnlyWhatWasCounted()
+    {
+        QFETCH(QStringList, layout);
+        QFETCH(QString, change);
+        QFETCH(QStringList, stuck);
+        QFETCH(QStringList, survivors);
+        trashLayout(layout);
+        build(home(u"outside"_s), {u"a.txt"_s, u"sub/b.txt"_s});
+        const QStringList outside = snapshot(home(u"outside"_s));
+        for (const QString &entry : stuck) {
+            const QString path = files() + u'/' + entry.section(u':', 1);
+            const bool mount = entry.startsWith(u"mount:");
+            if (QProcess::execute(mount ? u"mount"_s : u"chattr"_s,
+                                  mount ? QStringList{u"--bind"_s, home(u"outside"_s), path}
+                                        : QStringList{u"+i"_s, path}) != 0)
+                QSKIP("bind mounts and chattr +i need root and a file system that has them");
+            m_undo << (mount ? QStringList{u"umount"_s, path}
+                             : QStringList{u"chattr"_s, u"-i"_s, path});
+        }
+        // A record without its item since well before the count goes; a fresh one stays.
+        build(info(), {u"stale.trashinfo"_s, u"fresh.trashinfo"_s});
+        const timespec old[2] = {{0, UTIME_OMIT}, {::time(nullptr) - 3600, 0}};
+        QVERIFY(::utimensat(AT_FDCWD, native(info() + u"/stale.trashinfo"_s).constData(), old, 0) ==
+                0);
+        const std::optional<Platform::TrashContents> confirmed = counted();
+        const QString box = files() + u"/box"_s, restored = home(u"restored"_s);
+        if (change == u"restored" || change == u"replaced")
+            QVERIFY(::rename(native(box).constData(), native(restored).constData()) == 0 &&
+                    QFile::remove(info() + u"/box.trashinfo"_s));
+        if (change == u"replaced")
+            trashLayout({u"box/new.txt"_s});
+        if (change == u"arrived")
+            trashLayout({u"late.txt"_s});
+        const QStringList restoredTree = snapshot(restored), keptTree = snapshot(box);
+        QStringList top = survivors.filter(QRegularExpression(u"^[^/]+$"_s)), infos = top;
+        top.sort();
+        const int kept = stuck.isEmpty() ? int(top.size()) : 0; // left as they came after
+        (infos << u"fresh"_s).replaceInStrings(QRegularExpression(u"$"_s), u".trashinfo"_s).sort();
+        const Platform::TrashEmptying result = Platform::emptyTrash(confirmed, user());
+        QCOMPARE(result.remaining, int(top.size()) - kept);
+        QCOMPARE(result.kept, kept);
+        QCOMPARE(entries(files()), top);
+        QCOMPARE(entries(info()), infos);
+        for (QString path : std::as_const(layout)) {
+            path.chop(path.endsWith(u'/') ? 1 : 0);
+            QVERIFY2(survivors.contains(path) == (modeOf(files() + u'/' + path) >= 0),
+                     qPrintable(path));
+        }
+        QCOMPARE(snapshot(home(u"outside"_s)), outside);
+        QCOMPARE(snapshot(restored), restoredTree);
+        QVERIFY(change != u"replaced" || snapshot(box) == keptTree);
     }
 };
 
