@@ -1,22 +1,13 @@
 #pragma once
 
-#include <QHash>
-#include <QHostAddress>
-#include <QList>
-#include <QTcpServer>
-#include <QTcpSocket>
-#include <QTimer>
-#include <QUrl>
-#include <algorithm>
+#include <QtNetwork>
 #include <atomic>
-#include <memory>
-#include <thread>
-#include <vector>
-
 #include <cerrno>
 #include <poll.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 // An HTTP server on 127.0.0.1 for the network sources' tests, well-behaved or not: it
 // records each request's head and answers the path by its route.
@@ -56,7 +47,6 @@ public:
     }
     LocalHttpServer(const LocalHttpServer &) = delete;
     LocalHttpServer &operator=(const LocalHttpServer &) = delete;
-
     bool listening() const { return m_server.isListening(); }
     quint16 port() const { return m_server.serverPort(); }
     QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(port()); }
@@ -94,82 +84,68 @@ private:
         }
     }
 
+    // A length below 0 announces a chunked body.
     static QByteArray statusHead(int status, qsizetype length, const QByteArray &headers)
     {
-        return "HTTP/1.1 " + QByteArray::number(status) +
-               " Status\r\nContent-Length: " + QByteArray::number(length) +
-               "\r\nConnection: close\r\n" + headers + "\r\n";
+        return "HTTP/1.1 " + QByteArray::number(status) + " Status\r\n" +
+               (length < 0 ? QByteArray("Transfer-Encoding: chunked\r\n")
+                           : "Content-Length: " + QByteArray::number(length) +
+                                 "\r\nConnection: close\r\n") +
+               headers + "\r\n";
     }
-
     void answer(QTcpSocket *socket, const Route &route)
     {
         const QByteArray whole =
             statusHead(route.status, route.body.size(), route.headers) + route.body;
+        QByteArray reply; // written whole, then the connection closes
         switch (route.behaviour) {
         case Behaviour::answer:
-            socket->write(whole);
-            socket->disconnectFromHost();
+            reply = whole;
             break;
         case Behaviour::hang:
-            break;
+            return;
         case Behaviour::closeAtOnce:
-            socket->abort();
-            break;
+            return socket->abort();
         case Behaviour::closeEarly:
-            socket->write(statusHead(route.status, route.body.size() + 1000, route.headers) +
-                          route.body);
-            socket->disconnectFromHost();
+            reply = statusHead(route.status, route.body.size() + 1000, route.headers) + route.body;
             break;
         case Behaviour::stall:
-            socket->write(whole.left(whole.size() - 10));
-            break;
+            return void(socket->write(whole.left(whole.size() - 10)));
         case Behaviour::drip:
         case Behaviour::dripForever: {
-            auto *timer = new QTimer(socket);
             const bool forever = route.behaviour == Behaviour::dripForever;
             auto rest = std::make_shared<QByteArray>(whole);
-            const qsizetype piece = whole.size() / 8 + 1;
             if (forever)
-                socket->write(chunkedHead(route.status, route.headers));
-            QObject::connect(timer, &QTimer::timeout, socket, [socket, rest, piece, forever] {
-                if (forever) {
-                    socket->write("1\r\n \r\n");
-                    return;
-                }
-                socket->write(rest->left(piece));
-                rest->remove(0, piece);
-                if (rest->isEmpty())
-                    socket->disconnectFromHost();
-            });
-            timer->start(forever ? 50 : 60);
-            break;
+                socket->write(statusHead(route.status, -1, route.headers));
+            auto *timer = new QTimer(socket);
+            QObject::connect(timer, &QTimer::timeout, socket,
+                             [socket, rest, forever, piece = whole.size() / 8 + 1] {
+                                 socket->write(forever ? QByteArray("1\r\n \r\n")
+                                                       : rest->left(piece));
+                                 rest->remove(0, piece);
+                                 if (!forever && rest->isEmpty())
+                                     socket->disconnectFromHost();
+                             });
+            return timer->start(forever ? 50 : 60);
         }
         case Behaviour::redirectLoop:
-            socket->write("HTTP/1.1 302 Found\r\nLocation: " + target(requests.last()) +
-                          "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-            socket->disconnectFromHost();
+            reply = "HTTP/1.1 302 Found\r\nLocation: " + target(requests.last()) +
+                    "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
             break;
         case Behaviour::garbage:
-            socket->write("SSH-2.0-OpenSSH_9.2\r\n\x01\x02\xff\xfe<rss>\r\n\r\n");
-            socket->disconnectFromHost();
+            reply = "SSH-2.0-OpenSSH_9.2\r\n\x01\x02\xff\xfe<rss>\r\n\r\n";
             break;
         case Behaviour::flood:
             // Written from a thread of its own, so that the rate is not tied to the event
             // loop the client shares with us.
             m_floods.emplace_back(
                 [this, fd = ::dup(int(socket->socketDescriptor())),
-                 head = chunkedHead(route.status, route.headers)] { flood(fd, head); });
-            socket->abort();
-            break;
+                 head = statusHead(route.status, -1, route.headers)] { flood(fd, head); });
+            return socket->abort();
         }
+        socket->write(reply);
+        socket->disconnectFromHost();
     }
-
-    static QByteArray chunkedHead(int status, const QByteArray &headers)
-    {
-        return "HTTP/1.1 " + QByteArray::number(status) +
-               " Status\r\nTransfer-Encoding: chunked\r\n" + headers + "\r\n";
-    }
-
     void flood(int fd, const QByteArray &head) const
     {
         const QByteArray chunk = "10000\r\n" + QByteArray(0x10000, 'x') + "\r\n";
@@ -199,7 +175,6 @@ private:
         if (fd >= 0)
             ::close(fd);
     }
-
     QTcpServer m_server;
     QHash<QByteArray, Route> m_routes;
     std::atomic<bool> m_stop = false;
