@@ -248,19 +248,6 @@ private Q_SLOTS:
         QVERIFY(waitFor([&] { return windows(true) == 0; }, 2000));
     }
 
-    // Both platforms hand "quorvel:" links to the app.
-    void urlScheme()
-    {
-        const QString desktop = QStringLiteral(QUORVEL_DESKTOP_FILE);
-        QVERIFY(readText(desktop).contains(u"\nExec=quorvel %u\n"_s));
-        QVERIFY(readText(desktop).contains(u"\nMimeType=x-scheme-handler/quorvel;\n"_s));
-        QVERIFY(
-            readText(QFileInfo(desktop).path() + u"/Info.plist"_s)
-                .contains(QRegularExpression(u"<key>CFBundleURLTypes</key>.*<key>CFBundleURLSchemes"
-                                             u"</key>\\s*<array>\\s*<string>quorvel</string>"_s,
-                                             QRegularExpression::DotMatchesEverythingOption)));
-    }
-
     // The private folder for the lock and socket, by the kinds of the runtime folder and of
     // `quorvel` in the cache folder: which one is chosen.
     void instanceFolder_data()

@@ -171,25 +171,6 @@ private Q_SLOTS:
         QCOMPARE(rig.log.last(), u"requestTrust"_s);
     }
 
-    // The real clock and timers: a job runs once, unless cancelled, also from inside itself.
-    void realClockAndScheduler()
-    {
-        ScreenCleanMode::Services real = ScreenCleanMode::Services::real();
-        const double before = real.now();
-        int fired = 0;
-        real.schedule(0.02, [&] { ++fired; });
-        real.schedule(0.02, [&] { fired += 100; })();
-        std::function<void()> own;
-        own = real.schedule(0.01, [&] {
-            ++fired;
-            own();
-        });
-        QTRY_COMPARE(fired, 2);
-        QTest::qWait(60);
-        QCOMPARE(fired, 2);
-        QVERIFY(real.now() - before >= 0.06 && real.now() - before < 5);
-    }
-
 #ifdef QUORVEL_LOCKPROBE_PATH
     // The X11 lock on a private server, watched through a window of our own: keys and buttons
     // are held, motion passes, and all is let go when three Esc presses end the mode or its

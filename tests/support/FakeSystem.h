@@ -19,7 +19,6 @@ public:
 
     // Scripted answers; the defaults act on the temporary home's own Trash.
     std::function<Platform::TrashMove(const QString &path, const QString &anchor)> move;
-    std::function<Platform::TrashEmptying(const std::optional<Platform::TrashContents> &)> empty;
     QList<Platform::RunningApplication> running;
     std::function<std::optional<QString>(const QString &tool, const QStringList &args)> tool;
     QDateTime clock = QDateTime::currentDateTimeUtc();
@@ -33,7 +32,6 @@ public:
         QMutexLocker lock(&m_mutex);
         return m_asked;
     }
-    bool loginOn() const { return m_loginOn; }
 
     Platform::TrashMove moveToTrash(const QString &path, const QString &anchor) const override
     {
@@ -45,7 +43,7 @@ public:
     emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const override
     {
         note(QStringLiteral("empty"));
-        return empty ? empty(confirmed) : Platform::emptyTrash(confirmed, where().userFolders());
+        return Platform::emptyTrash(confirmed, where().userFolders());
     }
     QString trashItemsFolder() const override
     {
@@ -69,7 +67,10 @@ public:
         return loginRefusal;
     }
     void openFullDiskAccessSettings() const override { note(QStringLiteral("full disk access")); }
-    void openApplication(const QString &bundlePath) const override { note(QStringLiteral("open ") + bundlePath); }
+    void openApplication(const QString &bundlePath) const override
+    {
+        note(QStringLiteral("open ") + bundlePath);
+    }
     void reveal(const QString &path) const override { note(QStringLiteral("reveal ") + path); }
     std::optional<QString> version() const override { return shortVersion; }
 

@@ -17,9 +17,7 @@ public:
     enum class Behaviour {
         answer,       // status line, Content-Length, body, close
         hang,         // reads the request and never answers
-        closeAtOnce,  // drops the connection without a byte
         closeEarly,   // promises more body than it sends, then closes
-        stall,        // headers and all but the last bytes of the body, then silence
         drip,         // the whole answer in small pieces, 60 ms apart
         dripForever,  // headers, then one chunked body byte every 50 ms without end
         redirectLoop, // 302 back to the same path
@@ -104,13 +102,9 @@ private:
             break;
         case Behaviour::hang:
             return;
-        case Behaviour::closeAtOnce:
-            return socket->abort();
         case Behaviour::closeEarly:
             reply = statusHead(route.status, route.body.size() + 1000, route.headers) + route.body;
             break;
-        case Behaviour::stall:
-            return void(socket->write(whole.left(whole.size() - 10)));
         case Behaviour::drip:
         case Behaviour::dripForever: {
             const bool forever = route.behaviour == Behaviour::dripForever;

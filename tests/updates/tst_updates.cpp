@@ -1,4 +1,3 @@
-#include "common/PeakMemory.h"
 #include "common/TestHome.h"
 #include "core/models/AppUpdater.h"
 #include "core/process/Shell.h"
@@ -12,6 +11,7 @@
 #include "updates/LocalHttpServer.h"
 
 #include <QtTest>
+#include <sys/resource.h>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -21,6 +21,14 @@ using Result = std::optional<QString>;
 using Found = std::optional<OutdatedApp>;
 
 namespace {
+
+// The most this process has held resident so far, in MiB (KiB on Linux, bytes on macOS).
+qint64 peakResidentMiB()
+{
+    rusage usage{};
+    const qint64 unit = QSysInfo::productType() == u"macos" ? 1024 * 1024 : 1024;
+    return ::getrusage(RUSAGE_SELF, &usage) == 0 ? usage.ru_maxrss / unit : -1;
+}
 
 // Each table is one column of a row type, so that a row reads like the case it states.
 template <typename Row> void table(std::initializer_list<std::pair<const char *, Row>> rows)
