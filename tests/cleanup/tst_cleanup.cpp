@@ -243,8 +243,9 @@ private Q_SLOTS:
         QCOMPARE(Cleaner::code(moved[2]), u"missing"_s);
         QVERIFY(first.count == 1 && rest.count == 3 && rest.bytes == 3000);
         QCOMPARE(m_system->asked(), asked);
-        QFile log(m_home->where().removalLog());
-        QVERIFY(log.open(QIODevice::ReadOnly));
+        QFile log(m_home->where().removalLog()); // private to the user, its folder too
+        QVERIFY(log.open(QIODevice::ReadOnly) && (log.permissions() & 0x0177) == 0);
+        QCOMPARE(QFileInfo(m_home->where().removalLogFolder()).permissions() & 0x0077, 0);
         const QStringList lines = QString::fromUtf8(log.readAll()).split(u'\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 4);
         for (int i : {0, 1, 3, 4}) {
