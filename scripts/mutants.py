@@ -84,6 +84,19 @@ def mutations(path, lines, covered):
     return [(path, n, name, new) for n, name, new in found]
 
 
+def replayed(log, tree):
+    """The mutants a previous run planted, from its "[i/N] verdict file:line name" lines. A
+    line with the same operator twice yields both."""
+    chosen = []
+    for match in re.finditer(r"^\[\d+/\d+\] +(?:killed|survived|timed out|did not compile) +"
+                             r"(\S+):(\d+) (.+?) \(", log, re.M):
+        rel, number, name = match.group(1), int(match.group(2)), match.group(3)
+        lines = (tree / rel).read_text().splitlines(keepends=True)
+        probe = number - 1 if name == "statement after if dropped" else number
+        chosen += [m for m in mutations(rel, lines, {probe}) if m[1] == number and m[2] == name]
+    return chosen
+
+
 def coverage(build, tree, tests):
     """Executed lines per source file, and per test the files and lines it executes."""
     objects = build / "src"
@@ -127,6 +140,8 @@ def main():
     parser.add_argument("--rev", default="HEAD")
     parser.add_argument("--work", default=str(ROOT / "build-mutants"))
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 2)
+    parser.add_argument("--replay", help="a previous run's output: plant exactly its mutants "
+                        "(to compare the same faults before and after a change to the tests)")
     args = parser.parse_args()
     started = time.time()
 
@@ -180,6 +195,8 @@ def main():
     print(f"mutants: {len(candidates)} candidates on {sum(len(v) for v in covered.values())}"
           " executed lines", flush=True)
     chosen = random.Random(args.seed).sample(candidates, min(args.n, len(candidates)))
+    if args.replay:
+        chosen = replayed(Path(args.replay).read_text(), tree)
 
     # Targets each test needs rebuilt: itself, and the CLI or app it starts.
     targets = {t: [t] for t in tests}
