@@ -134,6 +134,7 @@ private Q_SLOTS:
             QByteArray::fromHex("62706c6973743030d1010262000000e909080b10000000000000010100000000"
                                 "0000000300000000000000000000000000000011"));
         row("Applications/Cut.app", app, "", apple.first(apple.size() - 20));
+        row("Applications/NoId.app", app, "", plist({{u"CFBundleName"_s, u"x"_s}}));
         row("Applications/Big.app", app, "",
             plist({{id, u"com.apple.Big"_s}}) + QByteArray(PlistReader::kMaxBytes, ' '));
         row("/Applications/Tool.app", app, "");

@@ -223,8 +223,6 @@ private Q_SLOTS:
         add("updates argument", row("updates wget", 2, "unexpected argument wget|usage: "));
         add("upgrade, no id", row("upgrade", 2, "expected exactly one ID"));
         add("upgrade option", row("upgrade --yes brew:wget", 2, "unknown option --yes"));
-        add("usage, zh",
-            row("check /etc/hosts", 2, "quorvel-cli check: 必须给出 --category\n用法：", zh));
 
         // "-" and "--odd" are paths relative to a folder outside the home.
         add("check, echoed as given, in order",
@@ -256,12 +254,6 @@ private Q_SLOTS:
                 "3 update(s) available\nIn-app updater\tFeedy\t1.0 -> 2.0\nHomebrew Cask\t"
                 "firefox\t118.0.1 -> 118.0.2\nHomebrew\twget\t1.21.3 -> 1.21.4\n"),
             outdated);
-        add("updates, zh",
-            row("updates", 0,
-                "有 3 个更新\n应用内更新\tFeedy\t1.0 -> 2.0\nHomebrew Cask\tfirefox\t"
-                "118.0.1 -> 118.0.2\nHomebrew\twget\t1.21.3 -> 1.21.4\n",
-                zh),
-            outdated);
         add("updates, json", row("updates --json", 0, R"({"status": "3 update(s) available",
             "items": [{"id": "com.example.Feedy", "name": "Feedy", "installed": "1.0",
                        "latest": "2.0", "source": "sparkle", "appURL": "~/Applications/Feedy.app"},
@@ -278,9 +270,6 @@ private Q_SLOTS:
         add("cask",
             row("upgrade cask:firefox", 0, "==> fake brew upgrade --cask firefox\nDone: firefox\n"),
             "outdated|--json=v2| upgrade|--cask|firefox|");
-        add("formula, zh",
-            row("upgrade brew:wget", 0, "==> fake brew upgrade wget\n已升级：wget\n", zh),
-            "outdated|--json=v2| upgrade|wget|");
         add("upgrade, json",
             row("upgrade --json cask:firefox", 0,
                 R"({"id": "cask:firefox", "name": "firefox", "source": "brewCask",

@@ -215,6 +215,12 @@ private Q_SLOTS:
         QCOMPARE(line(battery(power)), u"73%"_s);
         power.format = Platform::RawPowerSources::Format::sysfsSupplies;
         QCOMPARE(line(battery(power)), u"20%"_s);
+        QCOMPARE(line(interfaces({Platform::RawInterfaces::Format::machLink,
+                                  {{u"lo0"_s, 9, 9, {}, {}},
+                                   {u"en0"_s, 7, 3, {}, {}},
+                                   {u"utun0"_s, 8, 1, {}, {}},
+                                   {u"bridge0"_s, 1, 2, {}, {}}}})),
+                 u"en0 7 3, bridge0 1 2"_s); // Ethernet, Wi-Fi and bridges count
     }
 
     // The Linux readers on a fake root: what reaches the parsers, and when nothing does.

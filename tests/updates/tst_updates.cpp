@@ -21,7 +21,6 @@ using Result = std::optional<QString>;
 using Found = std::optional<OutdatedApp>;
 
 namespace {
-
 // The most this process has held resident so far, in MiB (KiB on Linux, bytes on macOS).
 qint64 peakResidentMiB()
 {
@@ -29,7 +28,6 @@ qint64 peakResidentMiB()
     const qint64 unit = QSysInfo::productType() == u"macos" ? 1024 * 1024 : 1024;
     return ::getrusage(RUSAGE_SELF, &usage) == 0 ? usage.ru_maxrss / unit : -1;
 }
-
 // Each table is one column of a row type, so that a row reads like the case it states.
 template <typename Row> void table(std::initializer_list<std::pair<const char *, Row>> rows)
 {
@@ -287,9 +285,9 @@ private Q_SLOTS:
         table<TransportRow>({
             {"endless chunked body", {Behaviour::flood, false}},
             {"past 8 MB", {Behaviour::answer, false, {}, cap + 1}},
-            {"just under 8 MB", {Behaviour::answer, true, {}, cap - 4096, 0, 8000}},
+            {"exactly 8 MB", {Behaviour::answer, true, {}, cap, 0, 8000}},
             {"answer", {Behaviour::answer, true}},
-            {"500 with a valid answer", {Behaviour::answer, true, {}, 0, 0, 1000, 500}},
+            {"403 with a valid answer", {Behaviour::answer, true, {}, 0, 0, 1000, 403}},
             {"base with a trailing slash", {Behaviour::answer, true, u"/"_s}},
             {"base under a path", {Behaviour::answer, true, u"/mirror/"_s}},
             {"redirected once", {Behaviour::answer, true, u"/moved"_s}},
