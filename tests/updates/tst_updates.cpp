@@ -288,7 +288,7 @@ private Q_SLOTS:
             {"exactly 8 MB", {Behaviour::answer, true, {}, cap, 0, 8000}},
             {"answer", {Behaviour::answer, true}},
             {"403 with a valid answer", {Behaviour::answer, true, {}, 0, 0, 1000, 403}},
-            {"base with a trailing slash", {Behaviour::answer, true, u"/"_s}},
+            {"base with trailing slashes", {Behaviour::answer, true, u"//"_s}},
             {"base under a path", {Behaviour::answer, true, u"/mirror/"_s}},
             {"redirected once", {Behaviour::answer, true, u"/moved"_s}},
             {"slow drip within the limits", {Behaviour::drip, true, {}, 0, 400, 8000}},
