@@ -23,7 +23,6 @@ public:
     std::function<std::optional<QString>(const QString &tool, const QStringList &args)> tool;
     QDateTime clock = QDateTime::currentDateTimeUtc();
     DiskUsage volume{500'000'000'000, 200'000'000'000};
-    std::optional<QString> shortVersion = QStringLiteral("1.2");
     std::optional<QString> loginRefusal; // set: the login item cannot be changed
 
     // What was asked.
@@ -72,7 +71,7 @@ public:
         note(QStringLiteral("open ") + bundlePath);
     }
     void reveal(const QString &path) const override { note(QStringLiteral("reveal ") + path); }
-    std::optional<QString> version() const override { return shortVersion; }
+    std::optional<QString> version() const override { return QStringLiteral("1.2"); }
 
 private:
     void note(const QString &what) const
