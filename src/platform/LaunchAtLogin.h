@@ -15,4 +15,8 @@ bool enabled(const UserFolders &user);
 // Adds or removes the login item; the system's reason when it refuses.
 std::optional<QString> set(const UserFolders &user, bool on);
 
+// Linux: the program path as the autostart entry's Exec line writes it, quoted and escaped
+// so that no path (spaces, quotes, "$", "%", backslashes) becomes another command.
+QString execValue(const QString &program);
+
 } // namespace Platform::LaunchAtLogin

@@ -1,6 +1,7 @@
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
 #include "core/text/PathText.h"
+#include "core/words/DiskWords.h"
 
 #include <QtTest>
 
@@ -22,6 +23,10 @@ private Q_SLOTS:
         QCOMPARE(Fmt::bytes(0), u"零 KB"_s);
         L10n::overrideForTesting(false);
         QCOMPARE(Fmt::bytes(0), u"Zero KB"_s);
+        QSet<QString> slices; // each of the overview's slices has a name of its own
+        for (const char *id : {"documents", "applications", "desktop", "downloads", "other"})
+            slices.insert(Words::diskCategory(QString::fromLatin1(id)));
+        QVERIFY(slices.size() == 5 && !slices.contains(Words::diskCategory(u"free"_s)));
     }
 
     void bytes_data()

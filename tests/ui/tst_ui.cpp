@@ -685,6 +685,7 @@ private Q_SLOTS:
         QFile file(entry);
         const QByteArray exec = "\nExec=" + QCoreApplication::applicationFilePath().toUtf8();
         QVERIFY(file.open(QIODevice::ReadOnly) && file.readAll().contains(exec + '\n'));
+        QCOMPARE(Login::execValue(u"/a b/\"`$\\%"_s), u"\"/a b/\\\\\"\\\\`\\\\$\\\\\\\\%%\""_s);
         QVERIFY(!(QFile::permissions(home(u"cfg"_s)) & QFile::ReadOther));
         QCOMPARE(Login::set(user(), true), std::nullopt);
         QCOMPARE(Login::set(user(), false), std::nullopt);

@@ -153,6 +153,11 @@ std::optional<QString> uninstall(const UserFolders &user)
 
 } // namespace
 
+QString execValue(const QString &program)
+{
+    return execArgument(program);
+}
+
 bool enabled(const UserFolders &user)
 {
     QFile file(entryPath(user));

@@ -38,4 +38,10 @@ std::optional<QString> set(const UserFolders &, bool on)
     return u"The login item could not be changed."_s;
 }
 
+// The service registration has no command line to quote.
+QString execValue(const QString &program)
+{
+    return program;
+}
+
 } // namespace Platform::LaunchAtLogin
