@@ -241,69 +241,44 @@ private Q_SLOTS:
             delete box;
     }
 
-    // The grade in its colour; a warning turns value and bar orange; the bar clamps to 0…1.
-    void panelTiles_data()
-    {
-        QTest::addColumn<QString>("tile");
-        QTest::addColumn<int>("pressure");
-        QTest::addColumn<qint64>("used"); // of 16 GB
-        QTest::addColumn<int>("battery"); // percent; -1 none, +100 plugged in
-        QTest::addColumn<bool>("warn");
-        QTest::addColumn<double>("ratio");
-        QTest::addColumn<int>("grade");
-        const QString memory = u"memoryTile"_s, power = u"batteryTile"_s;
-        const int good = 0, fair = 1, poor = 2; // as HealthGrade
-        QTest::newRow("memory warns") << memory << 2 << 4 * GB << -1 << true << 0.25 << fair;
-        QTest::newRow("critical") << memory << 4 << 4 * GB << -1 << true << 0.25 << poor;
-        QTest::newRow("low battery") << power << 1 << GB << 15 << true << 0.15 << good;
-        QTest::newRow("plugged in") << power << 1 << GB << 115 << false << 0.15 << good;
-    }
-    void panelTiles()
-    {
-        QFETCH(int, battery);
-        QFETCH(bool, warn);
-        Fake machine;
-        machine.pressure = fetch<int>("pressure");
-        machine.used = fetch<qint64>("used");
-        if (battery >= 0)
-            machine.battery = BatteryReading{true, battery % 100, false, battery >= 100};
-        SystemStats stats(machine.sources());
-        HealthPanel panel(stats, {}, {});
-        stats.samplePass();
-        const QWidget *card = panel.findChild<QWidget *>(fetch<QString>("tile"));
-        const auto *value = card->findChild<QLabel *>(u"value"_s);
-        const QWidget *bar = card->findChild<QWidget *>(u"bar"_s);
-        QCOMPARE(value->palette().color(QPalette::WindowText) == Theme::fair(), warn);
-        QCOMPARE(bar->property("color").value<QColor>(), warn ? Theme::fair() : Theme::accent());
-        QCOMPARE(bar->property("ratio").toDouble(), fetch<double>("ratio"));
-        const int grade = fetch<int>("grade");
-        const auto *label = panel.findChild<QLabel *>(u"grade"_s);
-        QCOMPARE(label->text(), HealthTiles::gradeWord(HealthGrade(grade)));
-        const QColor colours[] = {Theme::good(), Theme::fair(), Theme::poor()};
-        QCOMPARE(label->palette().color(QPalette::WindowText), colours[grade]);
-    }
-
-    // Each sample refills the same labels; a warning's colour comes and goes with the
-    // figures. Open closes only a popup; Quit quits.
-    void panelFollowsSamples()
+    // Each sample refills the same labels: a warning turns a tile's value and bar orange and
+    // goes with its figures; the grade takes its colour. Open closes only a popup; Quit quits.
+    void panel()
     {
         Fake machine;
-        machine.pressure = 2;
-        machine.battery = BatteryReading{true, 50, false, true};
+        machine.pressure = 4;
+        machine.used = 4 * GB;
+        machine.battery = BatteryReading{true, 15, false, true};
         SystemStats stats(machine.sources());
         QStringList calls;
         HealthPanel panel(
             stats, [&] { calls << u"open"_s; }, [&] { calls << u"quit"_s; });
         stats.samplePass();
         const QList<QLabel *> labels = panel.findChildren<QLabel *>();
-        const auto *memory =
-            panel.findChild<QWidget *>(u"memoryTile"_s)->findChild<QLabel *>(u"value"_s);
+        const auto part = [&](const QString &tile, const QString &name) {
+            return panel.findChild<QWidget *>(tile)->findChild<QWidget *>(name);
+        };
+        const auto bar = [&](const QString &tile) {
+            const QWidget *b = part(tile, u"bar"_s);
+            return u"%1 %2"_s.arg(b->property("ratio").toDouble())
+                .arg(b->property("color").value<QColor>() == Theme::fair() ? u"warn" : u"-");
+        };
+        const auto *memory = part(u"memoryTile"_s, u"value"_s);
+        const auto *grade = panel.findChild<QLabel *>(u"grade"_s);
         QCOMPARE(memory->palette().color(QPalette::WindowText), Theme::fair());
-        machine.pressure = 1;
+        QCOMPARE(bar(u"memoryTile"_s) + u", "_s + bar(u"batteryTile"_s), u"0.25 warn, 0.15 -"_s);
+        QCOMPARE(grade->text(), HealthTiles::gradeWord(HealthGrade::poor));
+        QCOMPARE(grade->palette().color(QPalette::WindowText), Theme::poor());
+        machine.pressure = 2;
         machine.battery->onAC = false;
+        stats.samplePass();
+        QCOMPARE(bar(u"batteryTile"_s), u"0.15 warn"_s);
+        QCOMPARE(grade->palette().color(QPalette::WindowText), Theme::fair());
+        machine.pressure = 1;
         stats.samplePass();
         QCOMPARE(memory->palette().color(QPalette::WindowText),
                  panel.palette().color(QPalette::WindowText));
+        QCOMPARE(grade->palette().color(QPalette::WindowText), Theme::good());
         QCOMPARE(panel.findChildren<QLabel *>(), labels);
         for (const Qt::WindowType type : {Qt::Widget, Qt::Popup}) {
             panel.setWindowFlags(type);
