@@ -36,9 +36,3 @@ struct Fake
         return s;
     }
 };
-
-inline CpuTicks ticks(quint64 user, quint64 system, quint64 idle, quint64 nice,
-                      bool wraps32 = false)
-{
-    return {user, system, idle, nice, wraps32};
-}

@@ -6,9 +6,8 @@
 #include <QStringList>
 #include <functional>
 
-// An input lock that records what it is asked, in order, into a log shared with other
-// fakes; the test decides whether it is trusted and whether it takes the lock, and
-// presses Esc through the callback it holds.
+// An input lock logging what it is asked, in order, into a log shared with other fakes; the
+// test decides whether it is trusted and takes the lock, and presses Esc through its callback.
 struct FakeLock final : Platform::InputLock
 {
     QStringList &log;
