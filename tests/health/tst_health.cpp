@@ -151,7 +151,6 @@ private Q_SLOTS:
              "80% charging AC"},
             {'b', "", "none"},
             {'b', "type=UPS scope=System capacity=100 online=1", "absent"},
-            {'b', "type=Battery scope=Device capacity=55", "absent"},
             {'b', "type=Battery scope=Device capacity=55|type=Battery scope=Unknown", "0%"},
             {'b', bat0 + "type=Battery capacity=95", "64%"},
             {'b', bat0 + "type=USB online=2", "64% AC"},
