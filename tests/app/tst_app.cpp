@@ -15,9 +15,11 @@ namespace {
 
 const QString kApp = QStringLiteral(QUORVEL_APP_PATH);
 
-// The child sees only `root`: its HOME (whose cache holds the instance socket) and TMPDIR,
-// no XDG_* variables, no session bus (so no tray), and an App Store that refuses at once.
-QProcessEnvironment childEnvironment(const QString &root, const QString &platform)
+// Starts the app seeing only `root`: its HOME (whose cache holds the instance socket) below,
+// TMPDIR and working folder; no XDG_* variables, no session bus (so no tray), an App Store that
+// refuses at once and snapshot waits cut to a twentieth. On X `display`, else offscreen.
+void launch(QProcess &app, const QString &root, const QString &arguments,
+            const QString &display = {})
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     for (const QString &key : env.keys()) {
@@ -26,14 +28,18 @@ QProcessEnvironment childEnvironment(const QString &root, const QString &platfor
             env.remove(key);
     }
     QDir().mkpath(root + u"/home"_s);
-    QDir().mkpath(root + u"/tmp"_s);
     env.insert(u"HOME"_s, root + u"/home"_s);
-    env.insert(u"TMPDIR"_s, root + u"/tmp"_s);
+    env.insert(u"TMPDIR"_s, root);
     env.insert(u"LANG"_s, u"C.UTF-8"_s);
-    env.insert(u"QT_QPA_PLATFORM"_s, platform);
+    env.insert(u"QT_QPA_PLATFORM"_s, display.isEmpty() ? u"offscreen"_s : u"xcb"_s);
+    env.insert(u"DISPLAY"_s, display);
     env.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, u"unix:path="_s + root + u"/no-bus"_s);
     env.insert(u"QUORVEL_APP_STORE_URL"_s, u"http://127.0.0.1:9"_s);
-    return env;
+    env.insert(u"QUORVEL_SNAPSHOT_SCALE"_s, u"0.05"_s);
+    app.setProcessEnvironment(env);
+    app.setWorkingDirectory(root);
+    app.setProcessChannelMode(QProcess::MergedChannels);
+    app.start(kApp, arguments.split(u' ', Qt::SkipEmptyParts));
 }
 
 QString readText(const QString &path)
@@ -49,24 +55,13 @@ bool writeFile(const QString &path, qint64 bytes)
     return file.open(QIODevice::WriteOnly) && file.write(QByteArray(bytes, 'q')) == bytes;
 }
 
-// Not blank: text, icons and antialiased edges make many distinct byte values in the
-// scanlines, a flat fill a handful whatever the filters. Without Qt Gui, not linked here.
+// Not blank: a flat fill of any of these sizes compresses to under 10 KB, while text, icons
+// and antialiased edges take tens of KB. Without Qt Gui, not linked here.
 bool drawnPng(const QString &path)
 {
     QFile file(path);
-    const QByteArray data = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    if (!data.startsWith("\x89PNG\r\n\x1a\n"))
-        return false;
-    QByteArray compressed;
-    for (qsizetype at = 8; at + 12 <= data.size();) {
-        const qsizetype length = qFromBigEndian<quint32>(data.constData() + at);
-        if (data.mid(at + 4, 4) == "IDAT")
-            compressed += data.mid(at + 8, length);
-        at += 12 + length;
-    }
-    // qUncompress wants a size first; it is a hint, grown as needed.
-    const QByteArray raw = qUncompress(QByteArray("\0\x10\0\0", 4) + compressed);
-    return QSet<char>(raw.begin(), raw.end()).size() >= 32;
+    return file.open(QIODevice::ReadOnly) && file.read(8) == "\x89PNG\r\n\x1a\n" &&
+           file.size() > 16'000;
 }
 
 // The permission bits of a real folder; -1 for anything else.
@@ -106,10 +101,8 @@ class AppTest : public QObject
     std::optional<QString> xdotool(const QString &arguments)
     {
         QProcess tool;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"DISPLAY"_s, m_x->display());
-        tool.setProcessEnvironment(env);
-        tool.start(u"xdotool"_s, arguments.split(u' '));
+        tool.start(u"env"_s, QStringList{u"DISPLAY="_s + m_x->display(), u"xdotool"_s} +
+                                 arguments.split(u' '));
         if (!tool.waitForFinished(5000) || tool.exitCode() != 0)
             return std::nullopt;
         return QString::fromUtf8(tool.readAllStandardOutput());
@@ -120,16 +113,7 @@ class AppTest : public QObject
         return int(xdotool(anyTitle ? u"search --onlyvisible --classname ^quorvel$"_s
                                     : u"search --onlyvisible --name ^Quorvel$"_s)
                        .value_or(QString())
-                       .split(u'\n', Qt::SkipEmptyParts)
-                       .size());
-    }
-    void launch(QProcess &app, const QString &root, const QString &arguments)
-    {
-        QProcessEnvironment env = childEnvironment(root, u"xcb"_s);
-        env.insert(u"DISPLAY"_s, m_x->display());
-        app.setProcessEnvironment(env);
-        app.setProcessChannelMode(QProcess::MergedChannels);
-        app.start(kApp, arguments.split(u' ', Qt::SkipEmptyParts));
+                       .count(u'\n')); // one line per window
     }
     // One visible tools window; an app that ends meanwhile fails at once, with what it said.
     bool toolsWindowOpens(QProcess &app)
@@ -149,8 +133,6 @@ private Q_SLOTS:
     {
         QTemporaryDir run;
         const QString home = run.path() + u"/home"_s;
-        QProcessEnvironment env = childEnvironment(run.path(), u"offscreen"_s);
-        env.insert(u"QUORVEL_SNAPSHOT_SCALE"_s, u"0.05"_s);
         const QMap<QString, qint64> fixture{{u"/Library/Caches/SomeTool/blob.bin"_s, 40'000},
                                             {u"/Library/Logs/OldTool/run.log"_s, 9'000},
                                             {u"/Library/Containers/com.gone.Editor/x.bin"_s, 1000}};
@@ -158,11 +140,8 @@ private Q_SLOTS:
             QVERIFY(writeFile(home + path, bytes));
 
         QProcess app;
-        app.setProcessEnvironment(env);
-        app.setWorkingDirectory(run.path());
-        app.setProcessChannelMode(QProcess::MergedChannels);
         // Relative, with missing parents: both are the run's to resolve and create.
-        app.start(kApp, {u"--snapshot"_s, u"shots/new"_s});
+        launch(app, run.path(), u"--snapshot shots/new"_s);
         const bool finished = app.waitForFinished(60'000);
         const QDir out(run.path() + u"/shots/new"_s);
         const QStringList pictures = out.entryList({u"*.png"_s});
@@ -195,14 +174,14 @@ private Q_SLOTS:
             QSKIP("needs /usr/bin/Xvfb and xdotool");
         QTemporaryDir root;
         QProcess crashed;
-        launch(crashed, root.path(), {});
+        launch(crashed, root.path(), {}, m_x->display());
         QVERIFY2(toolsWindowOpens(crashed), "without a tray the tools window should open");
         crashed.kill();
         QVERIFY(crashed.waitForFinished(2000));
         QVERIFY(waitFor([&] { return windows() == 0; }, 5000));
 
         QProcess first;
-        launch(first, root.path(), {});
+        launch(first, root.path(), {}, m_x->display());
         QVERIFY2(toolsWindowOpens(first), "the launch after a crash did not take over");
         // Without $XDG_RUNTIME_DIR the lock is in the home's cache, in a folder only we enter.
         const QString folder = root.path() + u"/home/.cache/quorvel"_s;
@@ -211,7 +190,7 @@ private Q_SLOTS:
         // "--snapshot" without its folder is an ordinary launch, so it hands over too.
         for (const QString &arguments : {u"quorvel://tools"_s, u""_s, u"--snapshot"_s}) {
             QProcess second;
-            launch(second, root.path(), arguments);
+            launch(second, root.path(), arguments, m_x->display());
             QVERIFY2(second.waitForFinished(2000), "a second launch must hand over and leave");
             QVERIFY2(second.exitCode() == 0, second.readAll().constData());
         }
@@ -234,10 +213,10 @@ private Q_SLOTS:
         for (int file = 0; file < 50'000; ++file)
             ::close(::creat(QFile::encodeName(heap + QString::number(file)), 0644));
         QProcess app;
-        launch(app, root.path(), u"quorvel://tools/cleanup"_s);
+        launch(app, root.path(), u"quorvel://tools/cleanup"_s, m_x->display());
         QVERIFY(toolsWindowOpens(app));
         QProcess screenPage; // routed by the running app; its one button starts the mode
-        launch(screenPage, root.path(), u"quorvel://tools/screen"_s);
+        launch(screenPage, root.path(), u"quorvel://tools/screen"_s, m_x->display());
         QVERIFY(screenPage.waitForFinished(2000));
         const int before = windows(true);
         QVERIFY(xdotool(u"search --onlyvisible --name ^Quorvel$ windowfocus --sync"_s));
@@ -252,21 +231,16 @@ private Q_SLOTS:
     // `quorvel` in the cache folder: which one is chosen.
     void instanceFolder_data()
     {
-        QTest::addColumn<QString>("kinds"); // "runtime cache chosen"
-        QTest::newRow("private runtime folder") << u"0700 missing runtime"_s;
-        QTest::newRow("runtime of ours, readable by others") << u"0755 missing runtime"_s;
-        QTest::newRow("no runtime folder: cache folder made") << u"unset missing cache"_s;
-        QTest::newRow("relative runtime path") << u"relative missing cache"_s;
-        QTest::newRow("runtime path missing") << u"missing missing cache"_s;
-        QTest::newRow("group-writable runtime") << u"0770 missing cache"_s;
-        QTest::newRow("shared like /tmp") << u"1777 missing cache"_s;
-        QTest::newRow("runtime is a link") << u"link missing cache"_s;
-        QTest::newRow("runtime owned by someone else") << u"foreign missing cache"_s;
-        QTest::newRow("open cache folder is narrowed") << u"unset 0755 cache"_s;
-        QTest::newRow("cache folder is a link") << u"unset link none"_s;
-        QTest::newRow("cache folder owned by someone else") << u"unset foreign none"_s;
-        QTest::newRow("cache folder is a file") << u"unset file none"_s;
-        QTest::newRow("no cache folder either") << u"unset unset none"_s;
+        // "runtime cache chosen"; a kind is a mode, missing, unset, relative, a link, foreign
+        // (someone else's) or a file.
+        QTest::addColumn<QString>("kinds");
+        for (const char *kinds :
+             {"0700 missing runtime", "0755 missing runtime", "unset missing cache",
+              "relative missing cache", "missing missing cache", "0770 missing cache",
+              "1777 missing cache", "link missing cache", "foreign missing cache",
+              "unset 0755 cache", "unset link none", "unset foreign none", "unset file none",
+              "unset unset none"})
+            QTest::newRow(kinds) << QString::fromLatin1(kinds);
     }
 
     void instanceFolder()

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QProcess>
 #include <QString>
 #include <QThread>
@@ -14,12 +14,9 @@ using namespace Qt::StringLiterals;
 // `until` is polled every 50 ms for at most `ms`.
 template <class F> bool waitFor(F until, int ms)
 {
-    QElapsedTimer clock;
-    clock.start();
-    while (!until()) {
-        if (clock.elapsed() > ms)
+    for (const QDeadlineTimer deadline(ms); !until(); QThread::msleep(50)) {
+        if (deadline.hasExpired())
             return false;
-        QThread::msleep(50);
     }
     return true;
 }
@@ -32,33 +29,24 @@ public:
 
     bool start()
     {
-        m_server.setProcessChannelMode(QProcess::SeparateChannels);
         // -noreset: a server reset after the last client leaves would refuse the next
         // launch for a moment.
         m_server.start(binary(), {u"-displayfd"_s, u"1"_s, u"-nolisten"_s, u"tcp"_s, u"-noreset"_s,
                                   u"-screen"_s, u"0"_s, u"1280x800x24"_s});
-        if (!m_server.waitForStarted(5000))
-            return false;
-        QElapsedTimer clock;
-        clock.start();
-        while (!m_server.canReadLine() && m_server.state() == QProcess::Running &&
-               clock.elapsed() < 10'000)
+        const QDeadlineTimer deadline(10'000);
+        while (!m_server.canReadLine() && m_server.state() != QProcess::NotRunning &&
+               !deadline.hasExpired())
             m_server.waitForReadyRead(100);
-        const QByteArray line = m_server.readLine().trimmed();
         bool ok = false;
-        const int number = line.toInt(&ok);
-        if (ok)
-            m_display = u':' + QString::number(number);
+        const int number = m_server.readLine().trimmed().toInt(&ok);
+        m_display = ok ? u':' + QString::number(number) : QString();
         return ok;
     }
     QString display() const { return m_display; }
+    // Asked to end first; QProcess kills whatever still runs after that.
     ~Xvfb()
     {
-        if (m_server.state() == QProcess::NotRunning)
-            return;
         m_server.terminate();
-        if (!m_server.waitForFinished(3000))
-            m_server.kill();
         m_server.waitForFinished(3000);
     }
 
