@@ -65,8 +65,7 @@ private Q_SLOTS:
         QVERIFY(writeFile(big + u"/blob"_s, 300'000) > 0);
         QVERIFY(makeLink(big, at(u"f/to-big"_s)) && makeLink(big + u"/blob"_s, at(u"f/to-blob"_s)));
         QVERIFY(makeLink(at(u"f"_s), at(u"f/loop"_s)) && makeLink(u"nowhere"_s, at(u"f/gone"_s)));
-        // Inside a walk links add nothing, and a loop through one is never entered; given
-        // directly, a link is measured as itself.
+        // In a walk links add nothing and loops are never entered; given, a link is itself.
         QCOMPARE(size(at(u"f"_s)), own);
         QCOMPARE(walked(at(u"f"_s)), own);
         for (const QString &link : {u"f/to-big"_s, u"f/to-big/"_s, u"f/to-blob"_s})

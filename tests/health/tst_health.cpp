@@ -290,8 +290,7 @@ private Q_SLOTS:
 
     void cpuLoad_data()
     {
-        // Each pass: the ticks read ("user system idle nice", "w" when 32-bit; "-" a failed
-        // read), then the load after it.
+        // Each pass: "user system idle nice" ("w" 32-bit, "-" a failed read) > the load after.
         QTest::addColumn<QStringList>("passes");
         QTest::newRow("nice is busy") << QStringList{u"0 0 0 0 > 0"_s, u"10 20 50 20 > 50"_s};
         QTest::newRow("32-bit wrap")
@@ -324,8 +323,7 @@ private Q_SLOTS:
 
     void network_data()
     {
-        // Each pass: "name=rx/tx ..." ("-" a failed list, "0" an empty one), the clock, then
-        // the rates up and down and the primary interface after it.
+        // Each pass: "name=rx/tx ..." ("-" no list, "0" empty), clock, rates up/down, primary.
         QTest::addColumn<QStringList>("passes");
         const QString a = u"en0=1000/0 en1=0/500 10 0 0 en0"_s;
         const QString b = u"en0=3000/0 en1=0/1500 12 500 1000 en0"_s;
@@ -430,8 +428,7 @@ private Q_SLOTS:
             QTest::addRow("%s: %d", snapshot, tile)
                 << QString::fromLatin1(snapshot) << tile << QString::fromUtf8(shows);
         };
-        // First matching rule: under 5 % free or critical is poor; under 15 %, warning or a
-        // load above 85 is fair.
+        // Poor under 5 % free or when critical; fair under 15 %, at warning or above 85 % load.
         row("85 1 0/0 150/1000", -1, "Good");
         row("85.1 1 0/0 150/1000", -1, "Fair");
         row("0 1 0/0 149/1000", -1, "Fair");
@@ -468,8 +465,7 @@ private Q_SLOTS:
         QCOMPARE(tile < 0 ? HealthTiles::gradeWord(HealthTiles::grade(s)) : card, shows);
     }
 
-    // The network label names the primary interface only when there is one; the texts come
-    // from the words module in either language.
+    // The label names the primary interface only when there is one, in either language.
     void words()
     {
         Snapshot s = parseSnapshot(u"0 4 0/0 0/0"_s);

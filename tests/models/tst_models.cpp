@@ -127,8 +127,7 @@ class ModelsTest : public QObject
 private Q_SLOTS:
     void init() { L10n::overrideForTesting(false); }
 
-    // Scans that claim folders inside the caches go first, so a claimed folder shows once. Only
-    // what may safely go starts selected, whatever was selected before.
+    // Claiming scans go first, so a folder shows once; only what may safely go starts selected.
     void cleanScanOrderClaimsAndSelection()
     {
         Fakes fakes;

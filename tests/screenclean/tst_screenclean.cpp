@@ -171,9 +171,8 @@ private Q_SLOTS:
     }
 
 #ifdef QUORVEL_LOCKPROBE_PATH
-    // The X11 lock on a private server, watched through a window of our own: keys and buttons
-    // are held, motion passes, and all is let go when three Esc presses end the mode or its
-    // process is killed.
+    // The X11 lock on a private server, watched by a window of ours: keys and buttons are held,
+    // motion passes, and all is let go when three Esc presses end the mode or it is killed.
     void x11Lock()
     {
         if (!startX())
@@ -241,8 +240,7 @@ private Q_SLOTS:
         verifyUnlocked(); // whatever was taken before a refusal is let go
     }
 
-    // In process: Esc calls back while installed and never after a release, even one made
-    // from the callback with a second press already read.
+    // Esc calls back while installed, never after a release, even one from the callback.
     void x11EscCallback()
     {
         if (!startX())
@@ -266,8 +264,7 @@ private Q_SLOTS:
     }
 
 private:
-    // A private X server for the run and our window focused under the pointer, its queue
-    // drained; false without the tools.
+    // A private X server, our window focused under the pointer, its queue drained; or false.
     bool startX()
     {
         if (!QFileInfo::exists(AppHarness::Xvfb::binary()) ||
@@ -299,8 +296,7 @@ private:
         QCOMPARE(QProcess::execute(u"/usr/bin/xdotool"_s, arguments.split(u' ')), 0);
     }
 
-    // The event types that reached the window, sorted: as soon as all of `awaited` are in, or
-    // else after `ms`, so that absent events can be told.
+    // The event types that reached the window, sorted: once `awaited` are in, else after `ms`.
     QList<int> collect(const QList<int> &awaited = {}, int ms = 300)
     {
         QSet<int> seen;
