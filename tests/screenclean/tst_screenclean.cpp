@@ -144,7 +144,6 @@ private Q_SLOTS:
         QTest::addColumn<bool>("zh");
         QTest::addColumn<QString>("message");
         QTest::newRow("untrusted") << false << false << kPermissionEn;
-        QTest::newRow("refused") << true << false << kLockEn;
         QTest::newRow("refused, zh") << true << true << u"无法锁定键盘，请检查辅助功能权限。"_s;
     }
     void failures()
