@@ -8,7 +8,7 @@ set -euo pipefail
 DEB_PACKAGES=(
     g++ make cmake ninja-build pkg-config
     qt6-base-dev qt6-svg-dev libplist-dev libicu-dev libx11-dev libxfixes-dev
-    xvfb xauth xdotool fonts-noto-cjk desktop-file-utils
+    xvfb xauth xdotool fonts-noto-cjk desktop-file-utils qt6-translations-l10n
 )
 for arg in "$@"; do
     case "$arg" in

@@ -154,7 +154,7 @@ void App::togglePanel()
     if (!m_panel) {
         // The panel hides itself before calling back.
         m_panel = new HealthPanel(
-            SystemStats::shared(), [this] { openTools(); }, &App::quit);
+            SystemStats::shared(), [this] { openTools(); }, &App::quit, m_system->computerName());
         m_panel->setWindowFlags(Qt::Popup | Qt::FramelessWindowHint);
         m_panel->setFixedWidth(HealthPanel::kWidth);
         m_panel->installEventFilter(this);

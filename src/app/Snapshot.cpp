@@ -119,7 +119,7 @@ void Snapshot::run(qsizetype index)
 void Snapshot::renderPanel()
 {
     HealthPanel panel(
-        SystemStats::shared(), [] {}, [] {});
+        SystemStats::shared(), [] {}, [] {}, m_system->computerName());
     panel.ensurePolished();
     panel.setFixedWidth(HealthPanel::kWidth);
     panel.adjustSize();

@@ -3,6 +3,7 @@
 
 #include "Snapshot.h"
 #include "core/system/RealSystem.h"
+#include "ui/QtTexts.h"
 
 #include <QApplication>
 #include <QSocketNotifier>
@@ -70,6 +71,7 @@ int main(int argc, char **argv)
     // A tray app: closing the tools window or the panel must not end it.
     QApplication::setQuitOnLastWindowClosed(false);
     QGuiApplication::setDesktopFileName(u"quorvel"_s);
+    QtTexts::follow(); // before any dialog: its standard buttons speak the chosen language
 
     const QStringList arguments = QCoreApplication::arguments();
     const QStringList urls = urlArguments(arguments);

@@ -13,7 +13,6 @@
 #include <QLabel>
 #include <QPainter>
 #include <QPainterPath>
-#include <QSysInfo>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -41,10 +40,12 @@ void clearTextColour(QWidget *w)
     w->setPalette(QPalette());
 }
 
-QLabel *label(QWidget *parent, Theme::Font role, bool bold = false, const QString &name = {})
+// `figures`: digits of equal width, so a changing figure does not jitter every sample.
+QLabel *label(QWidget *parent, Theme::Font role, bool bold = false, const QString &name = {},
+              bool figures = false)
 {
     auto *l = new QLabel(parent);
-    QFont f = Theme::font(role);
+    QFont f = figures ? Theme::figures(role) : Theme::font(role);
     if (bold)
         f.setBold(true);
     l->setFont(f);
@@ -59,12 +60,6 @@ QLabel *iconLabel(QWidget *parent, const QString &symbol, int size, const QColor
     l->setPixmap(Theme::symbol(symbol, size, tint));
     l->setFixedSize(size, size);
     return l;
-}
-
-QString computerName()
-{
-    const QString host = QSysInfo::machineHostName();
-    return host.isEmpty() ? u"Mac"_s : host;
 }
 
 QColor gradeColour(HealthGrade grade)
@@ -150,9 +145,9 @@ public:
         head->addWidget(m_icon);
         head->addWidget(m_title, 1);
         column->addLayout(head);
-        m_value = label(this, Theme::Font::title3, true, u"value"_s);
+        m_value = label(this, Theme::Font::title3, true, u"value"_s, true);
         column->addWidget(m_value);
-        m_sub = label(this, Theme::Font::caption, false, u"sub"_s);
+        m_sub = label(this, Theme::Font::caption2, false, u"sub"_s);
         setTextColour(m_sub, Theme::secondaryText());
         column->addWidget(m_sub);
         m_bar = new CapsuleBar(this);
@@ -197,7 +192,7 @@ struct HealthPanel::Parts
 };
 
 HealthPanel::HealthPanel(SystemStats &stats, std::function<void()> openTools,
-                         std::function<void()> quit, QWidget *parent)
+                         std::function<void()> quit, const QString &computerName, QWidget *parent)
     : QWidget(parent), m_stats(stats), m_openTools(std::move(openTools)), m_quit(std::move(quit)),
       m_parts(std::make_unique<Parts>())
 {
@@ -219,8 +214,7 @@ HealthPanel::HealthPanel(SystemStats &stats, std::function<void()> openTools,
     titleRow->addStretch(1);
     lines->addLayout(titleRow);
     QLabel *name = label(this, Theme::Font::caption, false, u"computerName"_s);
-    name->setText(computerName());
-    setTextColour(name, Theme::secondaryText());
+    name->setText(HealthTiles::computerLabel(computerName));
     lines->addWidget(name);
     header->addLayout(lines, 1);
     header->addWidget(iconLabel(this, u"laptopcomputer"_s, kComputerIcon, Theme::accent()));
@@ -248,8 +242,8 @@ HealthPanel::HealthPanel(SystemStats &stats, std::function<void()> openTools,
     net->addWidget(iconLabel(box, symbols.icon, kLineIcon, Theme::accent()));
     m_parts->network = label(box, Theme::Font::body, false, u"network"_s);
     net->addWidget(m_parts->network, 1);
-    m_parts->up = label(box, Theme::Font::caption, false, u"up"_s);
-    m_parts->down = label(box, Theme::Font::caption, false, u"down"_s);
+    m_parts->up = label(box, Theme::Font::caption, false, u"up"_s, true);
+    m_parts->down = label(box, Theme::Font::caption, false, u"down"_s, true);
     net->addWidget(iconLabel(box, symbols.upIcon, kRateIcon, QColor()));
     net->addWidget(m_parts->up);
     net->addSpacing(6);

@@ -17,8 +17,9 @@ class HealthPanel final : public QWidget
 public:
     static constexpr int kWidth = 380;
 
+    // `computerName` as the system gives it (System::computerName); empty reads "Mac".
     HealthPanel(SystemStats &stats, std::function<void()> openTools, std::function<void()> quit,
-                QWidget *parent = nullptr);
+                const QString &computerName = {}, QWidget *parent = nullptr);
     ~HealthPanel() override;
 
 private:

@@ -1,6 +1,9 @@
 #include "ui/Theme.h"
 
 #include <QFile>
+#include <QFontDatabase>
+#include <QFontInfo>
+#include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QHash>
 #include <QPainter>
@@ -118,6 +121,9 @@ QFont font(Font role)
     case Font::caption:
         points = 10;
         break;
+    case Font::caption2:
+        points = 9;
+        break;
     }
     QFont f = QGuiApplication::font();
     const double scale = points / 13.0;
@@ -127,6 +133,48 @@ QFont font(Font role)
         f.setPixelSize(qMax(1, qRound(f.pixelSize() * scale)));
     if (bold)
         f.setBold(true);
+    return f;
+}
+
+bool hasTabularDigits(const QFont &font)
+{
+    const QFontMetricsF metrics(font);
+    const qreal zero = metrics.horizontalAdvance(u'0');
+    for (char16_t digit = u'1'; digit <= u'9'; ++digit) {
+        if (!qFuzzyCompare(metrics.horizontalAdvance(QChar(digit)), zero))
+            return false;
+    }
+    return zero > 0;
+}
+
+namespace {
+
+QString figureFamily(const QFont &base)
+{
+    if (hasTabularDigits(base))
+        return {};
+    for (const QString &family : {u"Helvetica Neue"_s, u"DejaVu Sans"_s, u"Noto Sans"_s}) {
+        QFont candidate = base;
+        candidate.setFamilies({family});
+        if (QFontInfo(candidate).family() == family && hasTabularDigits(candidate))
+            return family;
+    }
+    return QFontDatabase::systemFont(QFontDatabase::FixedFont).family();
+}
+
+} // namespace
+
+QFont figures(Font role)
+{
+    QFont f = font(role);
+    // Main thread only, like every font. The choice follows the interface font's family.
+    static QHash<QString, QString> chosen;
+    const QString key = f.families().join(u',') + u'|' + f.family();
+    auto found = chosen.constFind(key);
+    if (found == chosen.cend())
+        found = chosen.insert(key, figureFamily(f));
+    if (!found->isEmpty())
+        f.setFamilies({*found});
     return f;
 }
 

@@ -34,6 +34,19 @@ int rowOf(ToolPage page)
     return int(std::find(kAllToolPages.begin(), kAllToolPages.end(), page) - kAllToolPages.begin());
 }
 
+// The highlight always marks the page shown: a click selects, and nothing (a Ctrl+click on
+// the selected entry, a click below the last) clears it.
+class Sidebar final : public QListWidget
+{
+protected:
+    QItemSelectionModel::SelectionFlags selectionCommand(const QModelIndex &index,
+                                                         const QEvent *) const override
+    {
+        return index.isValid() ? QItemSelectionModel::ClearAndSelect
+                               : QItemSelectionModel::NoUpdate;
+    }
+};
+
 } // namespace
 
 ToolsWindow::ToolsWindow(std::shared_ptr<const System> system, OverviewModel &overview,
@@ -44,7 +57,7 @@ ToolsWindow::ToolsWindow(std::shared_ptr<const System> system, OverviewModel &ov
       m_large(modelFor(ToolPage::largeFiles, system)),
       m_unused(modelFor(ToolPage::unusedApps, system)),
       m_updater(std::make_unique<AppUpdater>(AppUpdater::Services::real(system))),
-      m_sidebar(new QListWidget)
+      m_sidebar(new Sidebar)
 {
     setAttribute(Qt::WA_DeleteOnClose);
     setWindowTitle(u"Quorvel"_s);

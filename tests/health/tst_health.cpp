@@ -5,6 +5,7 @@
 #include "core/health/SystemStats.h"
 #include "core/text/L10n.h"
 #include "core/words/HealthTiles.h"
+#include "platform/ComputerName.h"
 #include "platform/HealthSources.h"
 
 #include <QtTest>
@@ -477,6 +478,33 @@ private Q_SLOTS:
         L10n::overrideForTesting(true);
         QCOMPARE(HealthTiles::network(s).label + HealthTiles::gradeWord(HealthTiles::grade(s)),
                  u"网络 · en0需处理"_s);
+    }
+
+    // systemd's pretty name (quoted or bare, escapes, the last line winning), else the
+    // host name.
+    void computerName_data()
+    {
+        QTest::addColumn<QByteArray>("file"); // "P=": the name's key
+        QTest::addColumn<QString>("name");    // empty: the host name
+        QTest::newRow("double") << QByteArray("P=a\n#\nP=\"A\\'s \\\"M\\\"\"") << u"A's \"M\""_s;
+        QTest::newRow("single, CRLF") << QByteArray("P='C:\\ 王 '\r\nX=1") << u"C:\\ 王"_s;
+        QTest::newRow("bare") << QByteArray("P= Büro 2 \n") << u"Büro 2"_s;
+        QTest::newRow("blank") << QByteArray("P=\" \"\nX_P=x") << QString();
+    }
+    void computerName()
+    {
+#ifdef Q_OS_MACOS
+        QSKIP("macOS asks the system, not a file");
+#endif
+        QFETCH(QByteArray, file);
+        QFETCH(QString, name);
+        QTemporaryDir dir;
+        QFile out(dir.filePath(u"machine-info"_s));
+        file.replace("P=", "PRETTY_HOSTNAME="); // the key, spelt out once
+        QVERIFY(out.open(QIODevice::WriteOnly) && out.write(file) == file.size());
+        out.close();
+        QCOMPARE(Platform::computerName(out.fileName()),
+                 name.isEmpty() ? QSysInfo::machineHostName() : name);
     }
 
 private:

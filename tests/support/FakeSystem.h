@@ -72,6 +72,7 @@ public:
     }
     void reveal(const QString &path) const override { note(QStringLiteral("reveal ") + path); }
     std::optional<QString> version() const override { return QStringLiteral("1.2"); }
+    QString computerName() const override { return {}; }
 
 private:
     void note(const QString &what) const

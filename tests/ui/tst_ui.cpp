@@ -14,21 +14,26 @@
 #include "screenclean/FakeLock.h"
 #include "support/FakeSystem.h"
 #include "ui/HealthPanel.h"
+#include "ui/QtTexts.h"
 #include "ui/Theme.h"
 #include "ui/ToolsWindow.h"
+#include "ui/kit/SectionHeader.h"
 #include "ui/kit/Spinner.h"
 #include "ui/pages/CleanItemsView.h"
 #include "ui/pages/CleanSection.h"
 #include "ui/pages/OverviewView.h"
+#include "ui/pages/RevealButton.h"
 #include "ui/pages/ScreenCleanView.h"
 #include "ui/pages/UpdatesView.h"
 #include "ui/screenclean/OverlayWindows.h"
 #include "ui/screenclean/ScreenCleanOverlay.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
 #include <QLabel>
 #include <QListWidget>
+#include <QMenu>
 #include <QMessageBox>
 #include <QScreen>
 #include <QtTest>
@@ -682,6 +687,79 @@ private Q_SLOTS:
         QVERIFY(QDir(home(u"cfg/autostart"_s)).removeRecursively());
         writeFile(home(u"cfg/autostart"_s), "file");
         QVERIFY(!Login::set(user(), true).value_or(QString()).isEmpty() && !Login::enabled(user()));
+    }
+
+    // The title leads; only with items do the size (above 0), All and None follow, far off.
+    void sectionHeader()
+    {
+        const std::pair<QList<qint64>, QStringList> cases[] = {
+            {{}, {}},
+            {{4000, 1000}, {Fmt::bytes(5000), u"All"_s, u"None"_s}},
+            {{0, 0}, {u"All"_s, u"None"_s}}};
+        for (const auto &[sizes, trailing] : cases) {
+            CleanModel model({CleanCategory::logs}, CleanModel::Services::real(m_system));
+            CleanSection section(model, CleanCategory::logs);
+            QList<CleanItem> items;
+            for (const qint64 bytes : sizes)
+                items.emplace_back().bytes = bytes;
+            section.setItems(items);
+            section.resize(600, 300);
+            section.show();
+            QMap<int, QString> order; // texts by x
+            for (QWidget *w : section.findChild<SectionHeader *>()->findChildren<QWidget *>())
+                order.insert(w->isVisible() ? w->x() : -1, w->property("text").toString());
+            order.remove(-1);
+            QCOMPARE(order.values(), QStringList{title(CleanCategory::logs)} + trailing);
+            QVERIFY(order.size() == 1 || order.keys()[1] > 300); // the space comes before them
+        }
+    }
+
+    // Qt's own Cancel speaks the interface language in a destructive confirmation.
+    void confirmationLanguage()
+    {
+        for (const auto &[zh, cancel] : {std::pair(true, u"取消"_s), {false, u"Cancel"_s}}) {
+            L10n::overrideForTesting(zh); // English last: the later tests run in it
+            QVERIFY(QtTexts::follow());
+            Overview page(*m_system);
+            button(&page.view, L10n::pick(u"Empty Trash"_s, u"清空废纸篓"_s))->click();
+            QCOMPARE(openBox()->button(QMessageBox::Cancel)->text(), cancel);
+            cleanup();
+        }
+    }
+
+    // Without a mouse: Space ticks the current row; the key, the row's menu and Tab to the
+    // real button (named for screen readers) reveal it. The sidebar keeps its highlight.
+    void revealByKeyboard()
+    {
+        for (const QString &name : {u"one"_s, u"two"_s, u"three"_s})
+            writeFile(home(u"Library/Caches/"_s + name), "data");
+        const auto window = scannedCleanup();
+        CleanSection *section = sectionOf(window->currentPage(), CleanCategory::userCache);
+        CleanItemsView *view = section->view();
+        QTest::keyClick(view, Qt::Key_Down);
+        const QModelIndex row = view->model()->index(1, 0);
+        QTest::keyClick(view, Qt::Key_Space);
+        QVERIFY(view->currentIndex() == row && !ticked(row) && ticked(row.siblingAtRow(0)));
+        QListWidget *bar = window->sidebar(); // a Ctrl+click keeps the page's highlight
+        QTest::mouseClick(bar->viewport(), Qt::LeftButton, Qt::ControlModifier,
+                          bar->visualItemRect(bar->item(1)).center());
+        QCOMPARE(bar->selectedItems(), QList{bar->item(1)});
+        auto *reveal = section->findChild<RevealButton *>();
+        QAccessibleInterface *named = QAccessible::queryAccessibleInterface(reveal);
+        QVERIFY(named->text(QAccessible::Name) == u"Show in Finder"_s &&
+                named->parent()->indexOfChild(named) >= 0); // in the tree a reader walks
+        const qsizetype before = m_system->asked().size();
+        QTest::keyClick(view, Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
+        QContextMenuEvent menuKey(QContextMenuEvent::Keyboard, {}, {});
+        QApplication::sendEvent(view, &menuKey);
+        if (auto *menu = view->findChild<QMenu *>(); menu && menu->actions().size() == 1)
+            menu->actions().first()->trigger();
+        view->setFocus(); // the click above focused the sidebar
+        QTest::keyClick(view, Qt::Key_Tab);
+        QCOMPARE(window->focusWidget(), reveal);
+        QTest::keyClick(reveal, Qt::Key_Space);
+        QCOMPARE(m_system->asked().mid(before),
+                 QStringList(3, u"reveal "_s + row.data(CleanItemsModel::PathRole).toString()));
     }
 };
 

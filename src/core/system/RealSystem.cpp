@@ -1,6 +1,7 @@
 #include "core/system/RealSystem.h"
 
 #include "core/process/Shell.h"
+#include "platform/ComputerName.h"
 #include "platform/LaunchAtLogin.h"
 
 Platform::TrashMove RealSystem::moveToTrash(const QString &path, const QString &anchor) const
@@ -70,4 +71,9 @@ void RealSystem::reveal(const QString &path) const
 std::optional<QString> RealSystem::version() const
 {
     return Platform::shortVersion();
+}
+
+QString RealSystem::computerName() const
+{
+    return Platform::computerName();
 }

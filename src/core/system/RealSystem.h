@@ -23,4 +23,5 @@ public:
     void openApplication(const QString &bundlePath) const override;
     void reveal(const QString &path) const override;
     std::optional<QString> version() const override;
+    QString computerName() const override;
 };

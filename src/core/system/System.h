@@ -46,6 +46,8 @@ public:
     virtual void openApplication(const QString &bundlePath) const = 0;
     virtual void reveal(const QString &path) const = 0;
     virtual std::optional<QString> version() const = 0;
+    // The name the system shows people for this machine; empty when it has none.
+    virtual QString computerName() const = 0;
 
 private:
     Locations m_where;

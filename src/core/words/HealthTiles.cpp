@@ -56,6 +56,12 @@ QString headingLabel()
     return L10n::pick(u"Mac Health:"_s, u"Mac 健康："_s);
 }
 
+QString computerLabel(const QString &systemName)
+{
+    const QString name = systemName.trimmed();
+    return name.isEmpty() ? u"Mac"_s : name; // the same word in both languages
+}
+
 QString gradeWord(HealthGrade grade)
 {
     switch (grade) {

@@ -58,6 +58,8 @@ HealthGrade grade(const Snapshot &snapshot);
 
 // "Mac Health:"; the grade word follows it in the header.
 QString headingLabel();
+// The line under it: the machine's name as the system shows it, or "Mac" without one.
+QString computerLabel(const QString &systemName);
 QString gradeWord(HealthGrade grade);
 QString pressureWord(MemoryPressureLevel level);
 

@@ -10,7 +10,7 @@ SectionHeader::SectionHeader(const QString &title, const QString &detail, QWidge
       m_row(new QHBoxLayout(this))
 {
     m_title->setFont(Theme::font(Theme::Font::headline));
-    m_detail->setFont(Theme::font(Theme::Font::callout));
+    m_detail->setFont(Theme::figures(Theme::Font::callout));
     QPalette secondary = m_detail->palette();
     secondary.setColor(QPalette::WindowText, Theme::secondaryText());
     m_detail->setPalette(secondary);
@@ -18,8 +18,8 @@ SectionHeader::SectionHeader(const QString &title, const QString &detail, QWidge
     m_row->setContentsMargins(0, 0, 0, 0);
     m_row->setSpacing(8);
     m_row->addWidget(m_title);
-    m_row->addWidget(m_detail);
     m_row->addStretch(1);
+    m_row->addWidget(m_detail);
     setDetail(detail);
 }
 

@@ -5,7 +5,8 @@
 class QLabel;
 class QHBoxLayout;
 
-// A section's title row: bold title, optional detail text, room for trailing buttons.
+// A section's title row: the bold title on the leading side; the optional detail text
+// (a figure) and then the trailing buttons on the trailing side.
 class SectionHeader final : public QWidget
 {
     Q_OBJECT

@@ -9,6 +9,7 @@
 #include <QApplication>
 #include <QHelpEvent>
 #include <QKeyEvent>
+#include <QMenu>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QToolTip>
@@ -19,13 +20,20 @@ namespace {
 
 constexpr int kPad = 8;
 constexpr int kRevealSize = 22;
+// Cmd+Shift+R on a Mac, as "Show in Finder" is in Apple's own apps.
+constexpr QKeyCombination kRevealKey(Qt::ControlModifier | Qt::ShiftModifier, Qt::Key_R);
 
-QString revealToolTip()
+} // namespace
+
+QString CleanItemDelegate::revealText()
 {
     return L10n::pick(u"Show in Finder"_s, u"在访达中显示"_s);
 }
 
-} // namespace
+QKeySequence CleanItemDelegate::revealKey()
+{
+    return QKeySequence(kRevealKey);
+}
 
 // --- rows
 
@@ -95,7 +103,8 @@ void CleanItemsModel::refreshTicks()
 // --- painting
 
 CleanItemDelegate::CleanItemDelegate(QObject *parent)
-    : QStyledItemDelegate(parent), m_reveal(Theme::icon(u"magnifyingglass"_s))
+    : QStyledItemDelegate(parent), m_reveal(Theme::icon(u"magnifyingglass"_s)),
+      m_sizeFont(Theme::figures(Theme::Font::body))
 {}
 
 int CleanItemDelegate::rowHeight()
@@ -144,10 +153,10 @@ void CleanItemDelegate::paint(QPainter *painter, const QStyleOptionViewItem &opt
     const QFontMetrics captionMetrics(captionFont);
 
     const QString size = Fmt::bytes(index.data(CleanItemsModel::BytesRole).toLongLong());
-    const int sizeWidth = titleMetrics.horizontalAdvance(size);
+    const int sizeWidth = QFontMetrics(m_sizeFont).horizontalAdvance(size);
     const QRect sizeRect(reveal.left() - kPad - sizeWidth, option.rect.top(), sizeWidth,
                          option.rect.height());
-    painter->setFont(titleFont);
+    painter->setFont(m_sizeFont);
     painter->setPen(Theme::secondaryText());
     painter->drawText(sizeRect, Qt::AlignRight | Qt::AlignVCenter, size);
 
@@ -155,13 +164,14 @@ void CleanItemDelegate::paint(QPainter *painter, const QStyleOptionViewItem &opt
     const int width = qMax(0, sizeRect.left() - 2 * kPad - left);
     const int top = option.rect.top() + kPad;
     painter->setPen(option.palette.color(QPalette::Text));
+    painter->setFont(titleFont);
     painter->drawText(QRect(left, top, width, titleMetrics.height()), Qt::AlignLeft,
                       titleMetrics.elidedText(index.data().toString(), Qt::ElideRight, width));
     painter->setFont(captionFont);
     painter->setPen(Theme::secondaryText());
     const QString subtitle = index.data(CleanItemsModel::SubtitleRole).toString();
     painter->drawText(QRect(left, top + titleMetrics.height() + 1, width, captionMetrics.height()),
-                      Qt::AlignLeft, captionMetrics.elidedText(subtitle, Qt::ElideMiddle, width));
+                      Qt::AlignLeft, captionMetrics.elidedText(subtitle, Qt::ElideRight, width));
     painter->restore();
 }
 
@@ -213,7 +223,7 @@ bool CleanItemDelegate::helpEvent(QHelpEvent *event, QAbstractItemView *view,
                                   const QStyleOptionViewItem &option, const QModelIndex &index)
 {
     if (event->type() == QEvent::ToolTip && revealRect(option.rect).contains(event->pos())) {
-        QToolTip::showText(event->globalPos(), revealToolTip(), view);
+        QToolTip::showText(event->globalPos(), revealText(), view);
         return true;
     }
     return QStyledItemDelegate::helpEvent(event, view, option, index);
@@ -235,7 +245,47 @@ CleanItemsView::CleanItemsView(CleanItemsModel *rows, QWidget *parent)
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     viewport()->setAutoFillBackground(false);
     connect(rows, &QAbstractItemModel::modelReset, this, &CleanItemsView::fitHeight);
+    // A list with rows always has a current one, so the keyboard's actions have a target.
+    connect(rows, &QAbstractItemModel::modelReset, this, [this] {
+        if (m_rows->rowCount() > 0)
+            setCurrentIndex(m_rows->index(0));
+    });
+    connect(m_delegate, &CleanItemDelegate::revealRequested, this,
+            &CleanItemsView::revealRequested);
     fitHeight();
+}
+
+void CleanItemsView::revealCurrent()
+{
+    if (currentIndex().isValid())
+        Q_EMIT revealRequested(currentIndex().data(CleanItemsModel::PathRole).toString());
+}
+
+void CleanItemsView::keyPressEvent(QKeyEvent *event)
+{
+    if (event->keyCombination() == kRevealKey) {
+        revealCurrent();
+        event->accept();
+        return;
+    }
+    QListView::keyPressEvent(event);
+}
+
+void CleanItemsView::contextMenuEvent(QContextMenuEvent *event)
+{
+    const bool fromKeyboard = event->reason() == QContextMenuEvent::Keyboard;
+    const QModelIndex row = fromKeyboard ? currentIndex() : indexAt(event->pos());
+    if (!row.isValid())
+        return;
+    setCurrentIndex(row);
+    auto *menu = new QMenu(this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    QAction *reveal = menu->addAction(CleanItemDelegate::revealText());
+    reveal->setShortcut(CleanItemDelegate::revealKey()); // shown, so the key can be learnt
+    const QString path = row.data(CleanItemsModel::PathRole).toString();
+    connect(reveal, &QAction::triggered, this, [this, path] { Q_EMIT revealRequested(path); });
+    const QPoint at = fromKeyboard ? visualRect(row).center() : event->pos();
+    menu->popup(viewport()->mapToGlobal(at));
 }
 
 void CleanItemsView::wheelEvent(QWheelEvent *event)

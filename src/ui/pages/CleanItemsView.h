@@ -4,6 +4,7 @@
 
 #include <QAbstractListModel>
 #include <QIcon>
+#include <QKeySequence>
 #include <QListView>
 #include <QStyledItemDelegate>
 
@@ -37,8 +38,9 @@ private:
     qint64 m_bytes = 0;
 };
 
-// Paints a row (tick, title over a middle-elided subtitle, size, reveal button) without a
-// widget of its own, so a section of thousands of items stays cheap.
+// Paints a row (tick, title over a subtitle cut at the end, size, reveal button) without a
+// widget of its own, so a section of thousands of items stays cheap. The keyboard and
+// assistive technology reach the painted reveal button through the view and RevealButton.
 class CleanItemDelegate final : public QStyledItemDelegate
 {
     Q_OBJECT
@@ -58,15 +60,20 @@ public:
     static int rowHeight();
     static QRect tickRect(const QRect &row);
     static QRect revealRect(const QRect &row);
+    // The reveal action's name (also the button's tooltip) and its key on the current row.
+    static QString revealText();
+    static QKeySequence revealKey();
 
 Q_SIGNALS:
     void revealRequested(const QString &path);
 
 private:
     QIcon m_reveal;
+    QFont m_sizeFont;
 };
 
 // A section's list, exactly as tall as its rows: the page scrolls, never the list.
+// Space ticks the current row; the reveal key and the context menu reveal it.
 class CleanItemsView final : public QListView
 {
     Q_OBJECT
@@ -76,9 +83,16 @@ public:
 
     CleanItemsModel *rows() const { return m_rows; }
     CleanItemDelegate *delegate() const { return m_delegate; }
+    void revealCurrent();
+
+Q_SIGNALS:
+    // From the painted button, the key, the context menu or RevealButton.
+    void revealRequested(const QString &path);
 
 protected:
     void wheelEvent(QWheelEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    void contextMenuEvent(QContextMenuEvent *event) override;
 
 private:
     void fitHeight();

@@ -70,7 +70,7 @@ CleanListView::CleanListView(CleanModel &model, std::function<void(const QString
     sections->setSpacing(18);
     for (CleanCategory category : model.categories()) {
         auto *section = new CleanSection(model, category, content);
-        connect(section->view()->delegate(), &CleanItemDelegate::revealRequested, this, reveal);
+        connect(section->view(), &CleanItemsView::revealRequested, this, reveal);
         sections->addWidget(section);
         d->sections.append(section);
     }

@@ -7,6 +7,7 @@
 #include "ui/Theme.h"
 #include "ui/kit/SectionHeader.h"
 #include "ui/pages/CleanItemsView.h"
+#include "ui/pages/RevealButton.h"
 
 #include <QLabel>
 #include <QToolButton>
@@ -55,6 +56,7 @@ CleanSection::CleanSection(CleanModel &model, CleanCategory category, QWidget *p
     layout->addWidget(m_empty);
     layout->addWidget(m_view);
     layout->addWidget(note);
+    new RevealButton(m_view, this);
 
     connect(m_all, &QToolButton::clicked, this, [this] { tickAll(true); });
     connect(m_none, &QToolButton::clicked, this, [this] { tickAll(false); });

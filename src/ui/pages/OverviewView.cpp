@@ -383,7 +383,9 @@ void OverviewView::Private::rebuildRows()
         row->addWidget(mark);
         row->addWidget(textLabel(Theme::Font::body, line, false, false, category.name));
         row->addStretch(1);
-        row->addWidget(textLabel(Theme::Font::body, line, true, false, Fmt::bytes(category.bytes)));
+        QLabel *size = textLabel(Theme::Font::body, line, true, false, Fmt::bytes(category.bytes));
+        size->setFont(Theme::figures(Theme::Font::body));
+        row->addWidget(size);
         rows->layout()->addWidget(line);
     }
     rows->setVisible(!shown.isEmpty());

@@ -55,6 +55,7 @@ ScreenCleanOverlay::ScreenCleanOverlay(ScreenCleanMode &mode, QWidget *parent)
     locked->setText(L10n::pick(u"Keyboard, trackpad and mouse are locked. Wipe away."_s,
                                u"键盘、触控板和鼠标已锁定，放心擦拭。"_s));
     m_hint = line(this, u"hint"_s, Theme::Font::callout, 0.35);
+    m_hint->setFont(Theme::figures(Theme::Font::callout)); // the count changes in place
 
     auto *column = new QVBoxLayout(this);
     column->setSpacing(0);
