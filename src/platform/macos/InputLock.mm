@@ -37,8 +37,9 @@ class TapLock final : public InputLock
 public:
     ~TapLock() override { release(); }
 
-    // A tap that sees keys needs both grants; without the second CGEventTapCreate returns
-    // NULL, which would look like a failure of the lock rather than a missing permission.
+    // Key events reach a tap only with the listen-event grant (Input Monitoring) as well;
+    // asking for both up front shows a refusal as the permission box, not as a lock that
+    // failed to start.
     bool trusted() override { return AXIsProcessTrusted() && CGPreflightListenEventAccess(); }
 
     void requestTrust() override
