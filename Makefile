@@ -2,9 +2,13 @@
 BUILD ?= build
 JOBS ?= $(shell nproc 2>/dev/null || sysctl -n hw.ncpu 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
-PREFIX_PATH := $(shell command -v brew >/dev/null 2>&1 && echo "-DCMAKE_PREFIX_PATH=$$(brew --prefix qt)")
+UNAME := $(shell uname -s)
+# Homebrew's Qt, and ICU, which is keg-only, are on neither CMake's nor pkg-config's paths.
+ifeq ($(UNAME),Darwin)
+PREFIX_PATH := $(shell command -v brew >/dev/null 2>&1 && echo "'-DCMAKE_PREFIX_PATH=$$(brew --prefix qt);$$(brew --prefix icu4c)'")
+endif
 
-.PHONY: all deps configure build test run bench fuzz format clean mutants
+.PHONY: all deps configure build test run app bench fuzz format clean mutants
 
 all: build
 
@@ -20,8 +24,21 @@ build: configure
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
+# macOS: the deployed, signed bundle, started through Launch Services (`open`), so that the
+# URL scheme is registered and privacy prompts name Quorvel rather than the terminal.
+ifeq ($(UNAME),Darwin)
+run: app
+	open $(BUILD)/dist/Quorvel.app
+else
 run: build
 	$(BUILD)/src/app/quorvel
+endif
+
+app: build
+	@if [ "$(UNAME)" != Darwin ]; then echo "make app builds the macOS bundle; on Linux use make run" >&2; exit 2; fi
+	rm -rf $(BUILD)/dist/Quorvel.app
+	cmake --install $(BUILD) --prefix $(abspath $(BUILD))/dist
+	@echo "$(BUILD)/dist/Quorvel.app"
 
 bench:
 	@bash scripts/install-deps.sh --bench

@@ -3,24 +3,29 @@
 # Debian/Ubuntu through apt (only missing packages), macOS through Homebrew.
 # --bench adds the peer tools `make bench` measures against (Debian/Ubuntu only).
 # --fuzz adds clang with libFuzzer and llvm-symbolizer for `make fuzz` (Debian/Ubuntu only).
+# --clang adds clang for CI's second build, which catches clang-only warnings on Linux.
 set -euo pipefail
 
 DEB_PACKAGES=(
     g++ make cmake ninja-build pkg-config
     qt6-base-dev qt6-svg-dev libplist-dev libicu-dev libx11-dev libxfixes-dev
     xvfb xauth xdotool fonts-noto-cjk desktop-file-utils qt6-translations-l10n
+    python3 python3-yaml
 )
 for arg in "$@"; do
     case "$arg" in
     --bench) DEB_PACKAGES+=(gdu time libglib2.0-bin trash-cli) ;;
     --fuzz) DEB_PACKAGES+=(clang libclang-rt-14-dev llvm) ;;
+    --clang) DEB_PACKAGES+=(clang) ;;
     *)
-        echo "install-deps: unknown option $arg (only --bench, --fuzz)" >&2
+        echo "install-deps: unknown option $arg (only --bench, --fuzz, --clang)" >&2
         exit 2
         ;;
     esac
 done
-BREW_PACKAGES=(cmake ninja pkg-config qt libplist icu4c)
+# Current Homebrew names (pkg-config is now pkgconf). icu4c is keg-only: the Makefile adds
+# its prefix to CMake's search path, as it does Qt's.
+BREW_PACKAGES=(cmake ninja pkgconf qt libplist icu4c)
 
 missing_deb() {
     local pkg

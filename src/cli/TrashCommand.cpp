@@ -34,6 +34,8 @@ QString codeOf(const TrashEmptyResult &result)
         return u"emptied"_s;
     case TrashEmptyResult::Code::partial:
         return u"partial"_s;
+    case TrashEmptyResult::Code::stillEmptying:
+        return u"stillEmptying"_s;
     case TrashEmptyResult::Code::failed:
         break;
     }

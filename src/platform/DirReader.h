@@ -29,11 +29,15 @@ public:
     bool next(const char *&name, unsigned char &type);
 
 private:
+    // Each implementation keeps only its own state: clang rejects unused private fields.
+#if defined(__linux__)
     int m_fd;
     char *m_buffer;
     long m_length = 0;
     long m_offset = 0;
-    void *m_dir = nullptr; // readdir fallback where there is no getdents64
+#else
+    void *m_dir = nullptr; // readdir where there is no getdents64
+#endif
 };
 
 } // namespace Platform

@@ -68,7 +68,7 @@ struct RawPowerSources
 struct RawInterface
 {
     QString name;
-    // machLink: the link-level byte counters (32-bit on macOS, so they wrap).
+    // machLink: the interface's 64-bit byte counters (if_data64).
     quint64 rxBytes = 0;
     quint64 txBytes = 0;
     // sysfsStatistics: statistics/rx_bytes and tx_bytes as read.

@@ -58,11 +58,12 @@ struct TrashContents
 
 struct TrashEmptying
 {
-    bool emptied = true;       // every counted entry is gone
-    int remaining = 0;         // counted entries that could not be removed
-    int kept = 0;              // entries that arrived after counting and were left alone
-    bool scriptFailed = false; // the system's emptying reported an error (macOS)
-    QString systemText;        // its own message, when it gave one
+    bool emptied = true;        // every counted entry is gone
+    int remaining = 0;          // counted entries that could not be removed
+    int kept = 0;               // entries that arrived after counting and were left alone
+    bool scriptFailed = false;  // the system's emptying reported an error (macOS)
+    bool stillEmptying = false; // the Finder was still at it when the wait ended (macOS)
+    QString systemText;         // its own message, when it gave one
 };
 
 // Empties the user's home Trash: the only true deletion in the whole system. Only what

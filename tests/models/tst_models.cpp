@@ -213,6 +213,9 @@ private Q_SLOTS:
                                            << u"已清空。确认之后放入的 2 项已保留。"_s;
         QTest::newRow("failed, then unreadable")
             << false << TrashEmptyResult{Code::failed, 0, 0, u"No Finder"_s} << u"No Finder"_s;
+        QTest::newRow("Finder still at it")
+            << false << TrashEmptyResult{Code::stillEmptying, 0, 0, {}}
+            << u"The Finder is still emptying the Trash."_s;
     }
 
     void overviewEmptying()

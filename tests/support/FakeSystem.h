@@ -21,6 +21,7 @@ public:
     std::function<Platform::TrashMove(const QString &path, const QString &anchor)> move;
     QList<Platform::RunningApplication> running;
     std::function<std::optional<QString>(const QString &tool, const QStringList &args)> tool;
+    std::function<std::optional<QDateTime>(const QString &bundle)> lastUsed; // Spotlight's
     QDateTime clock = QDateTime::currentDateTimeUtc();
     DiskUsage volume{500'000'000'000, 200'000'000'000};
     std::optional<QString> loginRefusal; // set: the login item cannot be changed
@@ -55,6 +56,11 @@ public:
     {
         note(name + u' ' + arguments.join(u' '));
         return tool ? tool(name, arguments) : std::nullopt;
+    }
+    std::optional<QDateTime> lastUsedDate(const QString &bundle) const override
+    {
+        note(QStringLiteral("last used ") + bundle);
+        return lastUsed ? lastUsed(bundle) : std::nullopt;
     }
     QDateTime now() const override { return clock; }
     bool loginItemEnabled() const override { return m_loginOn; }

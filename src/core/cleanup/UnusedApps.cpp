@@ -7,60 +7,15 @@
 #include "core/text/PathText.h"
 #include "core/words/ScanWords.h"
 #include "platform/DateText.h"
+#include "platform/FileTimes.h"
 
 #include <QDir>
 #include <QFile>
-#include <QRegularExpression>
-#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
 namespace Cleaner {
 namespace {
-
-// mdls prints dates as "2024-03-05 14:22:10 +0000" whatever the user's locale.
-std::optional<QDateTime> parseSpotlightDate(const QString &text)
-{
-    static const QRegularExpression pattern(
-        u"^([0-9]{4})-([0-9]{2})-([0-9]{2}) ([0-9]{2}):([0-9]{2}):([0-9]{2}) "
-        "([+-])([0-9]{2}):?([0-9]{2})$"_s);
-    const QRegularExpressionMatch match = pattern.match(text);
-    if (!match.hasMatch())
-        return std::nullopt;
-    const auto field = [&](int n) { return match.capturedView(n).toInt(); };
-    const QDate date(field(1), field(2), field(3));
-    const QTime time(field(4), field(5), field(6));
-    const int offsetHours = field(8);
-    const int offsetMinutes = field(9);
-    if (!date.isValid() || !time.isValid() || offsetHours > 23 || offsetMinutes > 59)
-        return std::nullopt;
-    const int sign = match.capturedView(7) == u"-" ? -1 : 1;
-    const qint64 offset = sign * (offsetHours * 3600 + offsetMinutes * 60);
-    return QDateTime(date, time, Qt::UTC).addSecs(-offset);
-}
-
-std::optional<QDateTime> spotlightDate(const QString &appPath, const System &system)
-{
-    const std::optional<QString> output = system.runTool(
-        u"/usr/bin/mdls"_s, {u"-name"_s, u"kMDItemLastUsedDate"_s, u"-raw"_s, appPath}, 10.0);
-    if (!output)
-        return std::nullopt;
-    const QString text = output->trimmed();
-    if (text.isEmpty() || text == u"(null)"_s)
-        return std::nullopt;
-    return parseSpotlightDate(text);
-}
-
-// The executable's last-access time, from its metadata only: opening it would itself
-// count as an access.
-std::optional<QDateTime> accessDate(const QString &executablePath)
-{
-    struct stat st;
-    if (stat(QFile::encodeName(executablePath).constData(), &st) != 0)
-        return std::nullopt;
-    return QDateTime::fromMSecsSinceEpoch(
-        qint64(st.st_atim.tv_sec) * 1000 + st.st_atim.tv_nsec / 1000000, Qt::UTC);
-}
 
 QSet<QString> runningBundlePaths(const System &system)
 {
@@ -76,13 +31,13 @@ QSet<QString> runningBundlePaths(const System &system)
 
 std::optional<QDateTime> lastUsed(const QString &appPath, const System &system)
 {
-    const std::optional<QDateTime> spotlight = spotlightDate(appPath, system);
+    const std::optional<QDateTime> spotlight = system.lastUsedDate(appPath);
     const std::optional<QString> executable =
         ScanPrimitives::infoString(appPath, "CFBundleExecutable");
     if (!executable)
         return spotlight;
     const std::optional<QDateTime> accessed =
-        accessDate(appPath + u"/Contents/MacOS/"_s + *executable);
+        Platform::accessTime(appPath + u"/Contents/MacOS/"_s + *executable);
     if (!accessed)
         return spotlight;
     if (spotlight && *spotlight > *accessed)

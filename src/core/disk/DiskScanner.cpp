@@ -124,6 +124,8 @@ TrashEmptyResult emptyTrash(const std::optional<Platform::TrashContents> &confir
     if (done.scriptFailed) {
         result.code = TrashEmptyResult::Code::failed;
         result.systemText = done.systemText;
+    } else if (done.stillEmptying) {
+        result.code = TrashEmptyResult::Code::stillEmptying;
     } else if (!done.emptied) {
         result.code = TrashEmptyResult::Code::partial;
         result.left = done.remaining;

@@ -5,7 +5,8 @@
 // What emptying the Trash did.
 struct TrashEmptyResult
 {
-    enum class Code { emptied, partial, failed };
+    // stillEmptying: the system went on emptying after the wait for its answer ended (macOS).
+    enum class Code { emptied, partial, failed, stillEmptying };
     Code code = Code::emptied;
     int left = 0;       // partial: counted entries that remain
     int kept = 0;       // entries that arrived after the count, left in the Trash

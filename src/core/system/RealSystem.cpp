@@ -3,6 +3,7 @@
 #include "core/process/Shell.h"
 #include "platform/ComputerName.h"
 #include "platform/LaunchAtLogin.h"
+#include "platform/Spotlight.h"
 
 Platform::TrashMove RealSystem::moveToTrash(const QString &path, const QString &anchor) const
 {
@@ -36,6 +37,11 @@ std::optional<QString> RealSystem::runTool(const QString &tool, const QStringLis
     if (!Shell::isExecutableFile(tool))
         return std::nullopt;
     return Shell::run(tool, arguments, {}, timeoutSeconds);
+}
+
+std::optional<QDateTime> RealSystem::lastUsedDate(const QString &bundlePath) const
+{
+    return Platform::spotlightLastUsed(bundlePath);
 }
 
 QDateTime RealSystem::now() const

@@ -16,6 +16,7 @@ public:
     QList<Platform::RunningApplication> runningApplications() const override;
     std::optional<QString> runTool(const QString &tool, const QStringList &arguments,
                                    double timeoutSeconds) const override;
+    std::optional<QDateTime> lastUsedDate(const QString &bundlePath) const override;
     QDateTime now() const override;
     bool loginItemEnabled() const override;
     std::optional<QString> setLoginItem(bool on) const override;

@@ -12,7 +12,7 @@
 #include <optional>
 
 // Everything the engine asks of the machine, in one place: where the user's folders are,
-// the Trash, the volume, the workspace, the login item, Spotlight's tools and the clock.
+// the Trash, the volume, the workspace, the login item, Spotlight and the clock.
 // Each front end wires the real one once (RealSystem); tests hand in the shared fake.
 // Calls may come from any thread.
 class System
@@ -33,10 +33,12 @@ public:
 
     virtual DiskUsage volumeUsage(const QString &path) const = 0;
     virtual QList<Platform::RunningApplication> runningApplications() const = 0;
-    // The output of a system tool (Spotlight's mdfind and mdls), run only when it is an
-    // executable file; nullopt otherwise or when it fails.
+    // The output of a system tool (Spotlight's mdfind), run only when it is an executable
+    // file; nullopt otherwise or when it fails.
     virtual std::optional<QString> runTool(const QString &tool, const QStringList &arguments,
                                            double timeoutSeconds) const = 0;
+    // Spotlight's last-used date of an application bundle; nullopt when unknown.
+    virtual std::optional<QDateTime> lastUsedDate(const QString &bundlePath) const = 0;
     virtual QDateTime now() const = 0;
 
     // The window's errands.

@@ -127,6 +127,9 @@ QString trashMessage(const TrashEmptyResult &result)
                        u"废纸篓未能完全清空：还剩 "_s + n + u" 项。"_s);
         break;
     }
+    case TrashEmptyResult::Code::stillEmptying:
+        text = L10n::pick(u"The Finder is still emptying the Trash."_s, u"访达仍在清空废纸篓。"_s);
+        break;
     case TrashEmptyResult::Code::failed:
         text = result.systemText.isEmpty() ? u"AppleScript error"_s : result.systemText;
         break;

@@ -1,12 +1,15 @@
 #include "platform/HealthSources.h"
 
+#include <cerrno>
+#include <cstddef>
 #include <cstring>
-#include <ifaddrs.h>
 #include <mach/mach.h>
 #include <mach/vm_page_size.h>
 #include <net/if.h>
+#include <net/route.h>
 #include <sys/socket.h>
 #include <sys/sysctl.h>
+#include <vector>
 
 #import <Foundation/Foundation.h>
 #import <IOKit/ps/IOPowerSources.h>
@@ -140,25 +143,49 @@ std::optional<RawPowerSources> readPowerSources(const char *)
 
 std::optional<RawInterfaces> readInterfaces(const char *)
 {
-    ifaddrs *first = nullptr;
-    if (getifaddrs(&first) != 0 || first == nullptr)
-        return std::nullopt;
+    // The routing socket's interface list in its second form carries struct if_data64, whose
+    // byte counters do not wrap at 4 GiB as getifaddrs' if_data ones do.
+    int mib[] = {CTL_NET, PF_ROUTE, 0, 0, NET_RT_IFLIST2, 0};
+    std::vector<char> buffer;
+    size_t length = 0;
+    // The list can grow between asking its size and reading it; a little slack and one more
+    // try cover an interface that appears meanwhile.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        if (sysctl(mib, 6, nullptr, &length, nullptr, 0) != 0)
+            return std::nullopt;
+        length += length / 8;
+        buffer.resize(length);
+        if (sysctl(mib, 6, buffer.data(), &length, nullptr, 0) == 0)
+            break;
+        if (errno != ENOMEM || attempt == 1)
+            return std::nullopt;
+    }
 
     RawInterfaces raw;
     raw.format = RawInterfaces::Format::machLink;
-    for (const ifaddrs *entry = first; entry != nullptr; entry = entry->ifa_next) {
-        // Only the link-level entry of an interface carries its counters, as struct if_data.
-        if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_LINK ||
-            entry->ifa_data == nullptr || entry->ifa_name == nullptr)
-            continue;
-        const auto *data = static_cast<const if_data *>(entry->ifa_data);
-        RawInterface counters;
-        counters.name = QString::fromUtf8(entry->ifa_name);
-        counters.rxBytes = data->ifi_ibytes;
-        counters.txBytes = data->ifi_obytes;
-        raw.interfaces.append(counters);
+    // Messages of several kinds and lengths follow one another; all begin with the length
+    // and the type. Read by copying: nothing aligns them for us.
+    constexpr size_t kTypeAt = offsetof(if_msghdr2, ifm_type);
+    for (size_t offset = 0; offset + kTypeAt < length;) {
+        unsigned short messageLength = 0;
+        std::memcpy(&messageLength, buffer.data() + offset, sizeof messageLength);
+        if (messageLength == 0)
+            break; // a malformed list would otherwise never end
+        const auto type = static_cast<unsigned char>(buffer[offset + kTypeAt]);
+        if (type == RTM_IFINFO2 && offset + sizeof(if_msghdr2) <= length) {
+            if_msghdr2 info;
+            std::memcpy(&info, buffer.data() + offset, sizeof info);
+            char name[IF_NAMESIZE] = {};
+            if (if_indextoname(info.ifm_index, name) != nullptr) {
+                RawInterface counters;
+                counters.name = QString::fromUtf8(name);
+                counters.rxBytes = info.ifm_data.ifi_ibytes;
+                counters.txBytes = info.ifm_data.ifi_obytes;
+                raw.interfaces.append(counters);
+            }
+        }
+        offset += messageLength;
     }
-    freeifaddrs(first);
     return raw;
 }
 

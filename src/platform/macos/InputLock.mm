@@ -2,6 +2,7 @@
 
 #import <AppKit/AppKit.h>
 #import <ApplicationServices/ApplicationServices.h>
+#import <CoreGraphics/CoreGraphics.h>
 #include <dispatch/dispatch.h>
 
 // A session event tap that drops what it takes. Needs the Accessibility permission; the
@@ -13,9 +14,17 @@ namespace {
 constexpr int64_t kEscKeycode = 53;
 constexpr CGEventType kSystemDefined = CGEventType(14); // media and brightness keys
 
-// Buttons, drags, keys, modifiers, special keys and scrolling; plain motion (5) passes.
+// Buttons, drags, keys, modifiers, special keys, scrolling and the trackpad's gestures
+// (the Dock reads swipes and pinches for Mission Control and Spaces, so wiping a trackpad
+// would otherwise move the desktop away); plain motion (5) passes. The gesture types have
+// no CGEventType names; NSEventType shares the numbering.
+constexpr CGEventMask kGestureEvents =
+    CGEventMaskBit(NSEventTypeRotate) | CGEventMaskBit(NSEventTypeBeginGesture) |
+    CGEventMaskBit(NSEventTypeEndGesture) | CGEventMaskBit(NSEventTypeGesture) |
+    CGEventMaskBit(NSEventTypeMagnify) | CGEventMaskBit(NSEventTypeSwipe) |
+    CGEventMaskBit(NSEventTypeSmartMagnify) | CGEventMaskBit(NSEventTypePressure);
 constexpr CGEventMask kLockedEvents =
-    CGEventMaskBit(kCGEventLeftMouseDown) | CGEventMaskBit(kCGEventLeftMouseUp) |
+    kGestureEvents | CGEventMaskBit(kCGEventLeftMouseDown) | CGEventMaskBit(kCGEventLeftMouseUp) |
     CGEventMaskBit(kCGEventRightMouseDown) | CGEventMaskBit(kCGEventRightMouseUp) |
     CGEventMaskBit(kCGEventLeftMouseDragged) | CGEventMaskBit(kCGEventRightMouseDragged) |
     CGEventMaskBit(kCGEventKeyDown) | CGEventMaskBit(kCGEventKeyUp) |
@@ -28,7 +37,10 @@ class TapLock final : public InputLock
 public:
     ~TapLock() override { release(); }
 
-    bool trusted() override { return AXIsProcessTrusted(); }
+    // Key events reach a tap only with the listen-event grant (Input Monitoring) as well;
+    // asking for both up front shows a refusal as the permission box, not as a lock that
+    // failed to start.
+    bool trusted() override { return AXIsProcessTrusted() && CGPreflightListenEventAccess(); }
 
     void requestTrust() override
     {
@@ -36,6 +48,8 @@ public:
             NSDictionary *options = @{(__bridge NSString *)kAXTrustedCheckOptionPrompt : @YES};
             AXIsProcessTrustedWithOptions((__bridge CFDictionaryRef)options);
         }
+        if (!CGPreflightListenEventAccess())
+            CGRequestListenEventAccess();
     }
 
     bool install(std::function<void()> escPressed) override

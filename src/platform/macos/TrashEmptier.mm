@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <dirent.h>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 
 #import <Foundation/Foundation.h>
@@ -23,12 +24,31 @@ using namespace Qt::StringLiterals;
 // only a call already on the main thread uses NSAppleScript in-process. Either way the first
 // run asks the user to let this app control the Finder; a refusal comes back as the script's
 // error.
+//
+// The Finder keeps emptying after its reply is given up on: an Apple event time-out (-1712)
+// only ends the wait. So a time-out is reported as still emptying, never as a failure. A
+// worker waits long for a large Trash; the main thread waits only briefly, so that the
+// window never freezes for the Finder.
 namespace {
 
-Platform::TrashEmptying scriptFailure(const QString &systemText)
+constexpr int kEventTimedOut = -1712; // errAETimeout
+constexpr int kWorkerWaitSeconds = 3600;
+constexpr int kMainThreadWaitSeconds = 3;
+
+QString scriptSource(int waitSeconds)
+{
+    return u"with timeout of "_s + QString::number(waitSeconds) +
+           u" seconds\ntell application \"Finder\" to empty trash\nend timeout"_s;
+}
+
+Platform::TrashEmptying scriptError(const QString &systemText, std::optional<int> number)
 {
     Platform::TrashEmptying result;
     result.emptied = false;
+    if (number == kEventTimedOut) {
+        result.stillEmptying = true;
+        return result;
+    }
     result.scriptFailed = true;
     result.systemText = systemText;
     return result;
@@ -47,14 +67,18 @@ Platform::TrashEmptying runInProcess(const QString &source)
         if (errorInfo == nil)
             return {};
         id message = errorInfo[NSAppleScriptErrorMessage];
+        id number = errorInfo[NSAppleScriptErrorNumber];
         NSString *text = [message isKindOfClass:[NSString class]] ? message : nil;
-        return scriptFailure(text != nil ? QString::fromNSString(text) : QString());
+        std::optional<int> code;
+        if ([number isKindOfClass:[NSNumber class]])
+            code = [(NSNumber *)number intValue];
+        return scriptError(text != nil ? QString::fromNSString(text) : QString(), code);
     }
 }
 
-// The message part of osascript's "start:end: execution error: message (number)", or the
-// whole text when it has another form.
-QString messageOf(const QByteArray &standardError)
+// osascript's "start:end: execution error: message (number)": the message, and the number
+// when there is one.
+Platform::TrashEmptying errorOf(const QByteArray &standardError)
 {
     QString text = QString::fromUtf8(standardError).trimmed();
     const QString marker = u"execution error: "_s;
@@ -62,9 +86,12 @@ QString messageOf(const QByteArray &standardError)
         text = text.mid(at + marker.size());
     const qsizetype open = text.lastIndexOf(u" ("_s);
     bool numbered = false;
+    int number = 0;
     if (open > 0 && text.endsWith(u')'))
-        (void)text.mid(open + 2, text.size() - open - 3).toInt(&numbered);
-    return numbered ? text.left(open) : text;
+        number = text.mid(open + 2, text.size() - open - 3).toInt(&numbered);
+    if (!numbered)
+        return scriptError(text, std::nullopt);
+    return scriptError(text.left(open), number);
 }
 
 Platform::TrashEmptying runInOsascript(const QString &source)
@@ -72,13 +99,12 @@ Platform::TrashEmptying runInOsascript(const QString &source)
     QProcess osascript;
     osascript.setStandardOutputFile(QProcess::nullDevice());
     osascript.start(u"/usr/bin/osascript"_s, {u"-e"_s, source});
-    // No limit of our own: the Apple event timeout bounds the Finder's reply, and a large
-    // Trash takes its time.
+    // No limit of our own: the script's time-out bounds the wait for the Finder.
     if (!osascript.waitForFinished(-1))
-        return scriptFailure({}); // osascript could not be started
+        return scriptError({}, std::nullopt); // osascript could not be started
     if (osascript.exitStatus() == QProcess::NormalExit && osascript.exitCode() == 0)
         return {};
-    return scriptFailure(messageOf(osascript.readAllStandardError()));
+    return errorOf(osascript.readAllStandardError());
 }
 
 // The Finder empties all or nothing. Anything that arrived after the user was asked would go
@@ -120,6 +146,6 @@ Platform::TrashEmptying Platform::emptyTrash(const std::optional<TrashContents> 
         if (std::optional<TrashEmptying> refused = arrivalsSince(*confirmed, user))
             return *refused;
     }
-    const QString source = u"tell application \"Finder\" to empty trash"_s;
-    return [NSThread isMainThread] ? runInProcess(source) : runInOsascript(source);
+    return [NSThread isMainThread] ? runInProcess(scriptSource(kMainThreadWaitSeconds))
+                                   : runInOsascript(scriptSource(kWorkerWaitSeconds));
 }

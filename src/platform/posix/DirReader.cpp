@@ -6,7 +6,7 @@
 namespace Platform {
 
 // readdir on a duplicate, so closing the stream leaves the caller's descriptor open.
-DirReader::DirReader(int fd, char *buffer) : m_fd(fd), m_buffer(buffer)
+DirReader::DirReader(int fd, char *)
 {
     const int copy = ::dup(fd);
     if (copy >= 0) {
