@@ -9,6 +9,10 @@
 #include <unistd.h>
 #include <vector>
 
+#ifndef MSG_NOSIGNAL
+#define MSG_NOSIGNAL 0 // Qt's sockets have SIGPIPE ignored for the process
+#endif
+
 // An HTTP server on 127.0.0.1 for the network sources' tests, well-behaved or not: it
 // records each request's head and answers the path by its route.
 class LocalHttpServer
@@ -45,25 +49,14 @@ public:
     }
     LocalHttpServer(const LocalHttpServer &) = delete;
     LocalHttpServer &operator=(const LocalHttpServer &) = delete;
-    bool listening() const { return m_server.isListening(); }
-    quint16 port() const { return m_server.serverPort(); }
-    QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(port()); }
-    QUrl url(const QString &path) const { return QUrl(base() + path); }
+    QString base() const
+    {
+        return QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort());
+    }
     void route(const QByteArray &path, const Route &route) { m_routes.insert(path, route); }
 
-    // Request heads (request line and headers), in arrival order.
+    // Request heads (request line and headers, each line ending in \r\n), in arrival order.
     QList<QByteArray> requests;
-
-    static QByteArray target(const QByteArray &head) { return head.split(' ').value(1); }
-    static QByteArray header(const QByteArray &head, const QByteArray &name)
-    {
-        for (const QByteArray &line : head.split('\n')) {
-            const qsizetype colon = line.indexOf(':');
-            if (colon > 0 && line.left(colon).trimmed().compare(name, Qt::CaseInsensitive) == 0)
-                return line.mid(colon + 1).trimmed();
-        }
-        return {};
-    }
 
 private:
     void accept()
@@ -71,12 +64,11 @@ private:
         while (QTcpSocket *socket = m_server.nextPendingConnection()) {
             auto head = std::make_shared<QByteArray>();
             QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket, head] {
-                if (head->contains("\r\n\r\n"))
-                    return;
+                const bool answered = head->contains("\r\n\r\n");
                 *head += socket->readAll();
-                if (head->contains("\r\n\r\n")) {
-                    requests.append(head->left(head->indexOf("\r\n\r\n")));
-                    answer(socket, m_routes.value(target(*head)));
+                if (!answered && head->contains("\r\n\r\n")) {
+                    requests.append(head->left(head->indexOf("\r\n\r\n") + 2));
+                    answer(socket, m_routes.value(head->split(' ').value(1)));
                 }
             });
         }
@@ -93,43 +85,12 @@ private:
     }
     void answer(QTcpSocket *socket, const Route &route)
     {
-        const QByteArray whole =
-            statusHead(route.status, route.body.size(), route.headers) + route.body;
-        QByteArray reply; // written whole, then the connection closes
-        switch (route.behaviour) {
-        case Behaviour::answer:
-            reply = whole;
-            break;
-        case Behaviour::hang:
+        const Behaviour how = route.behaviour;
+        const qsizetype promised = route.body.size() + (how == Behaviour::closeEarly ? 1000 : 0);
+        QByteArray reply = statusHead(route.status, promised, route.headers) + route.body;
+        if (how == Behaviour::hang)
             return;
-        case Behaviour::closeEarly:
-            reply = statusHead(route.status, route.body.size() + 1000, route.headers) + route.body;
-            break;
-        case Behaviour::drip:
-        case Behaviour::dripForever: {
-            const bool forever = route.behaviour == Behaviour::dripForever;
-            auto rest = std::make_shared<QByteArray>(whole);
-            if (forever)
-                socket->write(statusHead(route.status, -1, route.headers));
-            auto *timer = new QTimer(socket);
-            QObject::connect(timer, &QTimer::timeout, socket,
-                             [socket, rest, forever, piece = whole.size() / 8 + 1] {
-                                 socket->write(forever ? QByteArray("1\r\n \r\n")
-                                                       : rest->left(piece));
-                                 rest->remove(0, piece);
-                                 if (!forever && rest->isEmpty())
-                                     socket->disconnectFromHost();
-                             });
-            return timer->start(forever ? 50 : 60);
-        }
-        case Behaviour::redirectLoop:
-            reply = "HTTP/1.1 302 Found\r\nLocation: " + target(requests.last()) +
-                    "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
-            break;
-        case Behaviour::garbage:
-            reply = "SSH-2.0-OpenSSH_9.2\r\n\x01\x02\xff\xfe<rss>\r\n\r\n";
-            break;
-        case Behaviour::flood:
+        if (how == Behaviour::flood) {
             // Written from a thread of its own, so that the rate is not tied to the event
             // loop the client shares with us.
             m_floods.emplace_back(
@@ -137,7 +98,27 @@ private:
                  head = statusHead(route.status, -1, route.headers)] { flood(fd, head); });
             return socket->abort();
         }
-        socket->write(reply);
+        if (how == Behaviour::drip || how == Behaviour::dripForever) {
+            const bool forever = how == Behaviour::dripForever;
+            if (forever)
+                socket->write(statusHead(route.status, -1, route.headers));
+            auto *timer = new QTimer(socket);
+            QObject::connect(
+                timer, &QTimer::timeout, socket,
+                [socket, forever, rest = reply, piece = reply.size() / 8 + 1]() mutable {
+                    socket->write(forever ? QByteArray("1\r\n \r\n") : rest.left(piece));
+                    rest.remove(0, piece);
+                    if (!forever && rest.isEmpty())
+                        socket->disconnectFromHost();
+                });
+            return timer->start(forever ? 50 : 60);
+        }
+        if (how == Behaviour::redirectLoop)
+            reply = "HTTP/1.1 302 Found\r\nLocation: " + requests.last().split(' ').value(1) +
+                    "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
+        else if (how == Behaviour::garbage)
+            reply = "SSH-2.0-OpenSSH_9.2\r\n\x01\x02\xff\xfe<rss>\r\n\r\n";
+        socket->write(reply); // whole, then the connection closes
         socket->disconnectFromHost();
     }
     void flood(int fd, const QByteArray &head) const
@@ -151,20 +132,13 @@ private:
                 break;
             if (!(out.revents & POLLOUT))
                 continue;
-#ifdef MSG_NOSIGNAL
-            constexpr int flags = MSG_NOSIGNAL;
-#else
-            constexpr int flags = 0; // Qt's sockets have SIGPIPE ignored for the process
-#endif
-            const ssize_t sent =
-                ::send(fd, pending.constData() + offset, size_t(pending.size() - offset), flags);
+            const ssize_t sent = ::send(fd, pending.constData() + offset,
+                                        size_t(pending.size() - offset), MSG_NOSIGNAL);
             if (sent < 0 && errno != EINTR && errno != EAGAIN)
                 break;
             offset += std::max<ssize_t>(sent, 0);
-            if (offset == pending.size()) {
-                pending = chunk;
-                offset = 0;
-            }
+            if (offset == pending.size())
+                std::tie(pending, offset) = std::pair(chunk, 0);
         }
         if (fd >= 0)
             ::close(fd);
