@@ -10,6 +10,13 @@
 
 using namespace Qt::StringLiterals;
 
+// Off Linux the CLI moves to and empties the developer's own Trash, whatever HOME says.
+#ifdef Q_OS_LINUX
+#define SKIP_OFF_LINUX()
+#else
+#define SKIP_OFF_LINUX() QSKIP("the system's Trash here is the developer's own")
+#endif
+
 namespace {
 
 const QString en = u"C.UTF-8"_s;
@@ -338,6 +345,7 @@ private Q_SLOTS:
 
     void clean()
     {
+        SKIP_OFF_LINUX();
         QFETCH(Case, c);
         QFETCH(QStringList, moved);
         Home home(m_home->path());
@@ -370,6 +378,7 @@ private Q_SLOTS:
 
     void cleanFailures()
     {
+        SKIP_OFF_LINUX();
         QFETCH(bool, trashUsable);
         Home home(m_home->path());
         home.file(u"Library/Caches/disk.vmdk"_s, "vm");
@@ -413,6 +422,7 @@ private Q_SLOTS:
 
     void trash()
     {
+        SKIP_OFF_LINUX();
         QFETCH(Case, c);
         QFETCH(QString, trash);
         QFETCH(QStringList, left);

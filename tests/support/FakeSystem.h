@@ -3,8 +3,12 @@
 #include "core/system/System.h"
 #include "platform/Trash.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QMutex>
 #include <QStringList>
+#include <cerrno>
+#include <cstdio>
 #include <functional>
 
 // The one stand-in for the machine that every model and scan test uses. Files are real,
@@ -36,21 +40,41 @@ public:
     Platform::TrashMove moveToTrash(const QString &path, const QString &anchor) const override
     {
         note(QStringLiteral("move ") + path);
-        return move ? move(path, anchor)
-                    : Platform::moveToTrash(path, anchor, where().userFolders());
+        if (move)
+            return move(path, anchor);
+#ifdef Q_OS_LINUX
+        return Platform::moveToTrash(path, anchor, where().userFolders());
+#else
+        return intoHomeTrash(path);
+#endif
     }
     Platform::TrashEmptying
     emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const override
     {
         note(QStringLiteral("empty"));
+#ifdef Q_OS_LINUX
         return Platform::emptyTrash(confirmed, where().userFolders());
+#else
+        Q_UNUSED(confirmed);
+        return {}; // never the Finder: it would empty the developer's own Trash
+#endif
     }
     QString trashItemsFolder() const override
     {
+#ifdef Q_OS_LINUX
         return Platform::homeTrashItemsPath(where().userFolders());
+#else
+        return where().home() + QStringLiteral("/.Trash");
+#endif
     }
-    DiskUsage volumeUsage(const QString &) const override { return volume; }
-    QList<Platform::RunningApplication> runningApplications() const override { return running; }
+    DiskUsage volumeUsage(const QString &) const override
+    {
+        return volume;
+    }
+    QList<Platform::RunningApplication> runningApplications() const override
+    {
+        return running;
+    }
     std::optional<QString> runTool(const QString &name, const QStringList &arguments,
                                    double) const override
     {
@@ -62,8 +86,14 @@ public:
         note(QStringLiteral("last used ") + bundle);
         return lastUsed ? lastUsed(bundle) : std::nullopt;
     }
-    QDateTime now() const override { return clock; }
-    bool loginItemEnabled() const override { return m_loginOn; }
+    QDateTime now() const override
+    {
+        return clock;
+    }
+    bool loginItemEnabled() const override
+    {
+        return m_loginOn;
+    }
     std::optional<QString> setLoginItem(bool on) const override
     {
         note(on ? QStringLiteral("login on") : QStringLiteral("login off"));
@@ -71,16 +101,50 @@ public:
             m_loginOn = on;
         return loginRefusal;
     }
-    void openFullDiskAccessSettings() const override { note(QStringLiteral("full disk access")); }
+    void openFullDiskAccessSettings() const override
+    {
+        note(QStringLiteral("full disk access"));
+    }
     void openApplication(const QString &bundlePath) const override
     {
         note(QStringLiteral("open ") + bundlePath);
     }
-    void reveal(const QString &path) const override { note(QStringLiteral("reveal ") + path); }
-    std::optional<QString> version() const override { return QStringLiteral("1.2"); }
-    QString computerName() const override { return {}; }
+    void reveal(const QString &path) const override
+    {
+        note(QStringLiteral("reveal ") + path);
+    }
+    std::optional<QString> version() const override
+    {
+        return QStringLiteral("1.2");
+    }
+    QString computerName() const override
+    {
+        return {};
+    }
 
 private:
+#ifndef Q_OS_LINUX
+    // The system's own Trash ignores HOME there: a plain move into the temporary home's
+    // .Trash, under a name of its own, stands in for it.
+    Platform::TrashMove intoHomeTrash(const QString &path) const
+    {
+        Platform::TrashMove result;
+        const QString folder = trashItemsFolder(), name = QFileInfo(path).fileName();
+        QString target = folder + u'/' + name;
+        for (int n = 2; QFileInfo(target).exists() || QFileInfo(target).isSymLink(); ++n)
+            target = folder + u'/' + name + u'.' + QString::number(n);
+        if (!QDir().mkpath(folder) || ::rename(QFile::encodeName(path).constData(),
+                                               QFile::encodeName(target).constData()) != 0) {
+            result.failure =
+                errno == ENOENT ? Platform::TrashFailure::missing : Platform::TrashFailure::other;
+            result.errorCode = errno;
+            return result;
+        }
+        result.moved = true;
+        result.trashedPath = target;
+        return result;
+    }
+#endif
     void note(const QString &what) const
     {
         QMutexLocker lock(&m_mutex);
