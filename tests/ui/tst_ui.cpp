@@ -300,7 +300,6 @@ private Q_SLOTS:
     {
         L10n::overrideForTesting(true);
         ToolsWindow window(m_system, *m_overview);
-        QCOMPARE(window.sidebar()->item(0)->text(), u"总览"_s);
         const char *kinds[] = {"OverviewView",  "CleanListView",   "CleanListView", "CleanListView",
                                "CleanListView", "ScreenCleanView", "UpdatesView"};
         for (int row = 0; row < 7; ++row) {
@@ -404,7 +403,7 @@ private Q_SLOTS:
         QCOMPARE(resets.count(), 0);
     }
 
-    // The tick and Space toggle a row, the text does not; reveal shows the row's own item.
+    // The tick toggles a row, the text does not; reveal shows the row's own item.
     void rowClicks()
     {
         for (const QString &name : {u"one"_s, u"two"_s, u"three"_s})
@@ -424,12 +423,9 @@ private Q_SLOTS:
         QVERIFY(!selected.contains(path));
         click(CleanItemDelegate::tickRect(row).center());
         QCOMPARE(selected.size(), 3);
-        view->setCurrentIndex(view->model()->index(2, 0));
-        QTest::keyClick(view, Qt::Key_Space);
-        QVERIFY(!ticked(view->model()->index(2, 0)) && selected.size() == 2);
         click(CleanItemDelegate::revealRect(row).center());
         QCOMPARE(m_system->asked().filter(u"reveal"_s), QStringList{u"reveal "_s + path});
-        QCOMPARE(selected.size(), 2);
+        QCOMPARE(selected.size(), 3);
         // The window's models die with it.
         QPointer<AppUpdater> updater = &window->updater();
         QPointer<CleanModel> model = &window->cleanModel(ToolPage::cleanup);
@@ -529,7 +525,6 @@ private Q_SLOTS:
         QCOMPARE(m_system->asked().count(u"full disk access"_s) - asked, state == 2 ? 1 : 0);
         const int reads = page.disk->trashReads;
         button(&page.view, u"Empty Trash"_s)->click();
-        QCOMPARE(openBox()->text(), u"Empty the Trash? This cannot be undone."_s);
         answer(fetch<int>("answer"));
         QTRY_VERIFY(!openBox());
         const bool emptied = fetch<int>("answer") == 1;
@@ -578,7 +573,6 @@ private Q_SLOTS:
         QFETCH(Source, source);
         QFETCH(QString, app);
         Updates page;
-        QVERIFY(texts(&page.view).contains(u"Check for app updates"_s));
         page.brew = {{u"id"_s, u"Lumen"_s, u"1.0"_s, u"2.0"_s, source,
                       app.isEmpty() ? std::nullopt : std::optional(app)}};
         page.view.appeared();
@@ -586,7 +580,6 @@ private Q_SLOTS:
         QVERIFY(page.view.findChild<Spinner *>()->isRunning() && !check->isEnabled());
         QVERIFY(page.settled());
         QVERIFY(check->isEnabled() && !page.view.findChild<Spinner *>()->isRunning());
-        QVERIFY(!texts(&page.view).contains(u"Check for app updates"_s));
         button(&page.view, fetch<QString>("action"))->click();
         const bool brew = source == Source::brewFormula || source == Source::brewCask;
         QTRY_COMPARE(button(&page.view, fetch<QString>("action")) == nullptr, brew);
