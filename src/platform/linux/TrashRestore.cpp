@@ -137,8 +137,13 @@ std::variant<Entry, Failed> locate(const QByteArray &trashed, const UserFolders 
         rootFd = std::move(std::get<Fd>(opened));
     }
     entry.files = Fd(::openat(rootFd.get(), "files", kFolderFlags));
-    if (entry.files.get() < 0)
-        return Failed{errno == ENOENT ? RestoreFailure::gone : failureOf(errno), errno};
+    if (entry.files.get() < 0) {
+        const int error = errno;
+        struct stat st = {};
+        if (::fstatat(rootFd.get(), "files", &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode))
+            return Failed{RestoreFailure::throughLink, error};
+        return Failed{error == ENOTDIR ? RestoreFailure::notInTrash : failureOf(error), error};
+    }
     entry.info = Fd(::openat(rootFd.get(), "info", kFolderFlags));
     struct stat st = {};
     if (::fstatat(entry.files.get(), name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
