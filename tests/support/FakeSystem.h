@@ -19,8 +19,6 @@ public:
 
     // Scripted answers; the defaults act on the temporary home's own Trash.
     std::function<Platform::TrashMove(const QString &path, const QString &anchor)> move;
-    std::function<Platform::TrashRestore(const QString &trashedPath, const QString &original)>
-        putBack;
     QList<Platform::RunningApplication> running;
     std::function<std::optional<QString>(const QString &tool, const QStringList &args)> tool;
     QDateTime clock = QDateTime::currentDateTimeUtc();
@@ -61,9 +59,8 @@ public:
                                             bool createFolders) const override
     {
         note(QStringLiteral("restore ") + original);
-        return putBack ? putBack(trashedPath, original)
-                       : Platform::restoreFromTrash(trashedPath, original, anchor, createFolders,
-                                                    where().userFolders());
+        return Platform::restoreFromTrash(trashedPath, original, anchor, createFolders,
+                                          where().userFolders());
     }
     DiskUsage volumeUsage(const QString &) const override { return volume; }
     QList<Platform::RunningApplication> runningApplications() const override { return running; }
