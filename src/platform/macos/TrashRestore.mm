@@ -42,7 +42,9 @@ bool isTrashFolder(const QByteArray &folder, const UserFolders &user)
     if (folder == QFile::encodeName(user.home) + "/.Trash")
         return true;
     const QByteArray uid = QByteArray::number(::geteuid());
-    return folder.endsWith("/.Trashes/" + uid) && folder.startsWith("/Volumes/");
+    // A volume's own Trash sits at its top: /Volumes/<name>/.Trashes/<uid>.
+    return folder.startsWith("/Volumes/") && folder.endsWith("/.Trashes/" + uid) &&
+           folder.count('/') == 4;
 }
 
 struct Checked
