@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # Times Cleaner::remove (quorvel-removebench) against `gio trash` and `trash-put` moving the
 # same 10,000 small files and 1,000 small folders from ~/Library/Caches to the XDG Trash,
-# and checks after every run that each item landed in the Trash exactly once.
+# and checks after every run that each item landed in the Trash exactly once. Each of our
+# runs then puts everything back from the log (quorvel-removebench --restore) and checks
+# that the tree is byte-identical again, modes and link targets included, with no
+# .trashinfo left; its time is reported beside the removal's.
 #   bash bench/remove.sh [path/to/quorvel-removebench]
 # Environment: REMOVE_RUNS (timed runs per tool, at least 5; default 5).
 # Every run gets a fresh HOME inside one temporary folder with an identical tree; nothing
@@ -51,6 +54,7 @@ home, nfiles, nfolders = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
 caches = os.path.join(home, "Library", "Caches")
 os.makedirs(caches)
 rng = random.Random(4711)
+modes = random.Random(815)  # apart, so the sizes stay those of earlier trees
 DATA = b"quorvel-remove " * 700
 
 def name(kind, i):
@@ -72,6 +76,7 @@ def name(kind, i):
 def mkfile(path):
     with open(path, "xb") as f:
         f.write(DATA[: rng.randrange(0, 8000)])
+    os.chmod(path, modes.choice([0o600, 0o640, 0o644, 0o755]))
 
 items = []
 for i in range(nfiles):
@@ -83,6 +88,8 @@ for i in range(nfolders):
     os.mkdir(d)
     for j in range(2 + i % 4):
         mkfile(os.path.join(d, "part%d.bin" % j))
+    if i % 10 == 0:  # links go back as links, their targets untouched
+        os.symlink("part0.bin", os.path.join(d, "latest"))
     items.append(d)
 
 regular = size = blocks = 0
@@ -176,6 +183,28 @@ print("; ".join(faults[:5]) + (" (+%d more)" % (len(faults) - 5) if len(faults) 
       if faults else "ok")
 PY
 
+# manifest.py HOME: one digest over every entry of HOME/Library/Caches (path, mode, link
+# target or contents) and the number of entries; equal digests mean an identical tree.
+cat >"$WORK/manifest.py" <<'PY'
+import hashlib, os, stat, sys
+
+caches = os.path.join(os.fsencode(sys.argv[1]), b"Library/Caches")
+digest, count = hashlib.sha256(), 0
+for root, dirs, files in os.walk(caches):
+    for n in sorted(dirs + files):
+        p = os.path.join(root, n)
+        st = os.lstat(p)
+        if stat.S_ISLNK(st.st_mode):
+            what = b"-> " + os.readlink(p)
+        elif stat.S_ISREG(st.st_mode):
+            what = hashlib.sha256(open(p, "rb").read()).digest()
+        else:
+            what = b""
+        digest.update(os.path.relpath(p, caches) + b"\0%o\0" % st.st_mode + what + b"\0")
+        count += 1
+print(count, digest.hexdigest())
+PY
+
 HOMES=0
 fresh_home() { # a new HOME holding the tree; sets RUN_HOME and TREE (the gen.py figures)
     HOMES=$((HOMES + 1))
@@ -267,6 +296,7 @@ TOOLS=(ours trash-put)
 [ ${#GIO[@]} -gt 0 ] && TOOLS=(ours gio trash-put)
 declare -A LABEL=([ours]="quorvel Cleaner::remove" [gio]="gio trash" [trash-put]="trash-put")
 declare -A SAMPLES REMOVE_SAMPLES SIZE_SAMPLES
+RESTORE_SAMPLES= RESTORE_ONLY= RESTORE_LIST=
 FAILED=0
 
 run_one() { # tool, timed (0/1)
@@ -275,6 +305,8 @@ run_one() { # tool, timed (0/1)
     [ "$TREE" = "$ITEMS $REGULAR $SIZE $ALLOCATED" ] || die "tree differs between runs: $TREE"
     out=$WORK/out$HOMES
     mapfile -d '' PATHS <"$RUN_HOME.items" # read before the clock starts
+    local manifest=
+    [ "$tool" = ours ] && manifest=$("$PYTHON" "$WORK/manifest.py" "$RUN_HOME")
     t0=${EPOCHREALTIME/[.,]/}
     case $tool in
     ours) HOME=$RUN_HOME "$BIN" >"$out" 2>"$out.err" || rc=$? ;;
@@ -303,12 +335,36 @@ run_one() { # tool, timed (0/1)
     verdict=$("$PYTHON" "$WORK/check.py" "$RUN_HOME" "$RUN_HOME.items" "$REGULAR" "$SIZE" ${log:+"$log"}) ||
         verdict="checker failed"
     [ "$verdict" = ok ] || faults+=("$verdict")
+    [ "$tool" = ours ] && restore_check "$timed" "$manifest" "$out"
     if [ ${#faults[@]} -gt 0 ]; then
         FAILED=1
         printf 'MISMATCH %s run %s: %s\n' "${LABEL[$tool]}" "$HOMES" "${faults[*]}"
     fi
     [ "$timed" = 1 ] && SAMPLES[$tool]+="$elapsed "
     rm -rf "$RUN_HOME" "$RUN_HOME.items"
+}
+
+restore_check() { # timed, manifest before, output prefix: puts the run's tree back
+    local timed=$1 before=$2 out=$3.restore t0 t1 rc=0 got left
+    t0=${EPOCHREALTIME/[.,]/}
+    HOME=$RUN_HOME "$BIN" --restore >"$out" 2>"$out.err" || rc=$?
+    t1=${EPOCHREALTIME/[.,]/}
+    value() { awk -v k="$1" '$1 == k { print $2 }' "$out"; }
+    [ "$rc" = 0 ] || faults+=("restore exit $rc: $(head -c 300 "$out.err")")
+    got="$(value restorable) $(value restored) $(value failures)"
+    [ "$got" = "$ITEMS $ITEMS 0" ] ||
+        faults+=("restorable/restored/failures $got, expected $ITEMS $ITEMS 0")
+    [ "$("$PYTHON" "$WORK/manifest.py" "$RUN_HOME")" = "$before" ] ||
+        faults+=("restored tree differs from the original (contents, modes or links)")
+    left=$(find "$RUN_HOME/.local/share/Trash/files" "$RUN_HOME/.local/share/Trash/info" \
+        -mindepth 1 -maxdepth 1 | wc -l)
+    [ "$left" = 0 ] || faults+=("$left entries or .trashinfo files left in the Trash")
+    if [ "$timed" = 1 ]; then
+        RESTORE_SAMPLES+="$((t1 - t0)) "
+        RESTORE_ONLY+="$(value restore_ms) "
+        RESTORE_LIST+="$(value list_ms) "
+    fi
+    return 0
 }
 
 echo
@@ -322,7 +378,9 @@ for ((r = 0; r < RUNS; r++)); do
 done
 echo "checks: after every run Library/Caches empty; one .trashinfo per item naming it, one" \
     "files/ entry each, every file and byte of the tree inside; for quorvel also $ITEMS moved," \
-    "0 failures, the tree's allocated bytes, one removal-log line per item"
+    "0 failures, the tree's allocated bytes, one removal-log line per item; after each" \
+    "quorvel restore every item restored, the tree identical (contents, modes, link targets)," \
+    "the Trash empty"
 
 # --- results --------------------------------------------------------------------------
 
@@ -352,6 +410,11 @@ for t in "${TOOLS[@]}"; do
 done
 echo "quorvel: wall time of the process less its sizing pass (median $(median "${SIZE_SAMPLES[ours]}") ms);" \
     "Cleaner::remove alone $(median "${REMOVE_SAMPLES[ours]}") ms"
+RESTORE_MEDIAN=$(awk '{ printf "%.1f", $1 / 1000 }' <<<"$(median "$RESTORE_SAMPLES")")
+printf '%-26s %10s   %s\n' "quorvel restore (wall)" "$RESTORE_MEDIAN" \
+    "$(tr ' ' '\n' <<<"$RESTORE_SAMPLES" | grep . | awk '{ printf "%s%.0f", (NR > 1 ? " " : ""), $1 / 1000 }')"
+echo "quorvel restore: reading and proving the log $(median "$RESTORE_LIST") ms;" \
+    "Restorer::restore alone $(median "$RESTORE_ONLY") ms"
 echo "load after: $(cut -d' ' -f1-3 /proc/loadavg)"
 
 echo
@@ -361,9 +424,12 @@ printf 'Cleaner::remove <= %sx the faster peer (%s): ours %s ms vs %s ms = %sx  
     "$GOAL_RATIO" "${LABEL[$FASTEST]}" "${MEDIAN[ours]}" "${MEDIAN[$FASTEST]}" "$ratio" \
     "$(awk -v r="$ratio" -v g="$GOAL_RATIO" 'BEGIN { print (r <= g ? "PASS" : "MISS") }')"
 
+printf 'restore <= the removal (ours): %s ms vs %s ms   %s\n' "$RESTORE_MEDIAN" "${MEDIAN[ours]}" \
+    "$(awk -v a="$RESTORE_MEDIAN" -v b="${MEDIAN[ours]}" 'BEGIN { print (a <= b ? "PASS" : "MISS") }')"
+
 echo
 if [ "$FAILED" != 0 ]; then
     echo "remove: a run left the Trash or the removal log wrong (see MISMATCH above)"
     exit 1
 fi
-echo "remove: every run moved every item to the Trash exactly once"
+echo "remove: every run moved every item to the Trash exactly once, and ours put it all back"

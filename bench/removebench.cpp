@@ -2,10 +2,12 @@
 // bench/remove.sh can time it against gio trash and trash-put on identical trees. Plain
 // "key value" lines on stdout, failures on stderr; nothing here is for people.
 #include "core/cleanup/Cleaner.h"
+#include "core/cleanup/Restorer.h"
 #include "core/disk/DiskScanner.h"
 #include "core/system/RealSystem.h"
 #include "core/types/CleanItem.h"
 #include "core/words/CleanupWords.h"
+#include "core/words/RestoreWords.h"
 
 #include <QByteArray>
 #include <QDir>
@@ -36,11 +38,14 @@ void write(std::FILE *stream, const QByteArray &bytes)
 
 int usage()
 {
-    write(stderr, "usage: quorvel-removebench [--no-sizes]\n"
+    write(stderr, "usage: quorvel-removebench [--no-sizes | --restore]\n"
                   "Moves every entry directly in $HOME/Library/Caches to the Trash in one\n"
                   "Cleaner::remove call (category userCache) and prints \"key value\" lines:\n"
                   "items, moved, failures, bytes, and the milliseconds spent listing,\n"
-                  "measuring and removing. --no-sizes gives every item 0 bytes.\n");
+                  "measuring and removing. --no-sizes gives every item 0 bytes.\n"
+                  "--restore puts back every logged move that can go back, as `quorvel-cli\n"
+                  "restore --since` does: restorable, restored, failures, list_ms,\n"
+                  "restore_ms.\n");
     return 2;
 }
 
@@ -61,12 +66,33 @@ std::optional<QList<QByteArray>> entryNames(const QByteArray &folder)
     return names;
 }
 
+// Reads the log back, proves each line against the Trash, and puts everything back.
+int restoreAll()
+{
+    const RealSystem system(Locations::fromEnvironment());
+    const Clock::time_point listStart = Clock::now();
+    const QList<Restorer::Move> moves = Restorer::restorable(system);
+    const double listMs = msSince(listStart);
+    const Clock::time_point restoreStart = Clock::now();
+    const Restorer::Result result = Restorer::restore(moves, system);
+    const double restoreMs = msSince(restoreStart);
+    const QStringList failures = Words::failureLines(result);
+    for (const QString &failure : failures)
+        write(stderr, "quorvel-removebench: " + failure.toUtf8() + '\n');
+    std::printf("restorable %lld\nrestored %d\nfailures %lld\nlist_ms %.3f\nrestore_ms %.3f\n",
+                (long long)moves.size(), result.count, (long long)failures.size(), listMs,
+                restoreMs);
+    return failures.isEmpty() ? 0 : 1;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     // No QCoreApplication: Cleaner needs none, and its start-up would be timed too.
     bool sizes = true;
+    if (argc == 2 && std::strcmp(argv[1], "--restore") == 0)
+        return restoreAll();
     if (argc == 2 && std::strcmp(argv[1], "--no-sizes") == 0)
         sizes = false;
     else if (argc != 1)

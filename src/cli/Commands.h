@@ -23,6 +23,7 @@ int check(const QStringList &arguments, const std::shared_ptr<const System> &sys
 int scan(const QStringList &arguments, const std::shared_ptr<const System> &system);
 int clean(const QStringList &arguments, const std::shared_ptr<const System> &system);
 int overview(const QStringList &arguments, const std::shared_ptr<const System> &system);
+int restore(const QStringList &arguments, const std::shared_ptr<const System> &system);
 int trash(const QStringList &arguments, const std::shared_ptr<const System> &system);
 int updates(const QStringList &arguments, const std::shared_ptr<const System> &system);
 int upgrade(const QStringList &arguments, const std::shared_ptr<const System> &system);

@@ -17,11 +17,13 @@ int health(const QStringList &arguments,
 
 namespace {
 
-constexpr std::array<Commands::Command, 8> kCommands{{
+constexpr std::array<Commands::Command, 9> kCommands{{
     {"scan", u"list what a clean-up page would offer", u"列出清理页面会提供的项目",
      &Commands::scan},
     {"clean", u"move a clean-up page's selection to the Trash", u"把清理页面勾选的项目移到废纸篓",
      &Commands::clean},
+    {"restore", u"put items that clean moved to the Trash back where they were",
+     u"把 clean 移到废纸篓的项目放回原处", &Commands::restore},
     {"overview", u"show disk usage and the Trash", u"显示磁盘使用情况和废纸篓",
      &Commands::overview},
     {"trash", u"show or empty the Trash", u"显示或清空废纸篓", &Commands::trash},

@@ -75,6 +75,20 @@ public:
     {
         return running;
     }
+    Platform::RestoreFailure checkRestore(const QString &trashedPath, const QString &original,
+                                          const QString &anchor, bool createFolders) const override
+    {
+        return Platform::checkRestore(trashedPath, original, anchor, createFolders,
+                                      where().userFolders());
+    }
+    Platform::TrashRestore restoreFromTrash(const QString &trashedPath, const QString &original,
+                                            const QString &anchor,
+                                            bool createFolders) const override
+    {
+        note(QStringLiteral("restore ") + original);
+        return Platform::restoreFromTrash(trashedPath, original, anchor, createFolders,
+                                          where().userFolders());
+    }
     std::optional<QString> runTool(const QString &name, const QStringList &arguments,
                                    double) const override
     {

@@ -15,11 +15,12 @@ namespace {
 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-// `name` inside `dirFd` as a real folder, created private when missing; -1 with errno.
-int folderIn(int dirFd, const char *name)
+// `name` inside `dirFd` as a real folder, created private when missing and `create`; -1
+// with errno.
+int folderIn(int dirFd, const char *name, bool create)
 {
     const int fd = ::openat(dirFd, name, kFolderFlags);
-    if (fd >= 0 || errno != ENOENT)
+    if (fd >= 0 || errno != ENOENT || !create)
         return fd;
     if (::mkdirat(dirFd, name, 0700) != 0 && errno != EEXIST)
         return -1;
@@ -28,7 +29,7 @@ int folderIn(int dirFd, const char *name)
 
 // The log's folder: the home folder (which may sit behind a link), then each folder below it
 // without following one; the last must be the user's own.
-int openFolder(const Locations &where)
+int openFolder(const Locations &where, bool create)
 {
     const QString home = where.home();
     const QByteArray below =
@@ -37,7 +38,7 @@ int openFolder(const Locations &where)
     for (const QByteArray &name : below.split('/')) {
         if (fd < 0)
             return -1;
-        const int next = folderIn(fd, name.constData());
+        const int next = folderIn(fd, name.constData(), create);
         const int error = errno;
         ::close(fd);
         errno = error;
@@ -62,7 +63,7 @@ std::optional<int> append(const QStringList &fields, const Locations &where)
     const QByteArray entry = (line + u'\n').toUtf8();
 
     const QByteArray file = QFile::encodeName(PathText::lastComponent(where.removalLog()));
-    const int folder = openFolder(where);
+    const int folder = openFolder(where, true);
     if (folder < 0)
         return errno;
     // O_APPEND makes every write land at the end, so concurrent removals interleave whole
@@ -87,6 +88,33 @@ std::optional<int> append(const QStringList &fields, const Locations &where)
     }
     ::close(fd);
     return failure;
+}
+
+std::optional<QByteArray> tail(const Locations &where, qint64 maxBytes)
+{
+    const int folder = openFolder(where, false);
+    if (folder < 0)
+        return std::nullopt;
+    const QByteArray file = QFile::encodeName(PathText::lastComponent(where.removalLog()));
+    const int fd =
+        ::openat(folder, file.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    ::close(folder);
+    if (fd < 0)
+        return std::nullopt;
+    std::optional<QByteArray> text;
+    struct stat st = {};
+    if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+        const qint64 start = qMax<qint64>(0, st.st_size - maxBytes);
+        QByteArray bytes(qsizetype(st.st_size - start), '\0');
+        const ssize_t got = ::pread(fd, bytes.data(), size_t(bytes.size()), off_t(start));
+        if (got >= 0) {
+            bytes.truncate(got);
+            // A cut line is no line.
+            text = start == 0 ? bytes : bytes.mid(bytes.indexOf('\n') + 1);
+        }
+    }
+    ::close(fd);
+    return text;
 }
 
 } // namespace RemovalLog

@@ -2,6 +2,7 @@
 
 #include "core/system/Locations.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 #include <optional>
@@ -16,5 +17,9 @@ namespace RemovalLog {
 // folder owned by someone else, or a log that is no regular file gets nothing. Never
 // truncates. nullopt when the line was written, else the errno that stopped it.
 std::optional<int> append(const QStringList &fields, const Locations &where);
+
+// The log's last `maxBytes` at most, from the first whole line, reached as append() reaches
+// it but creating nothing; nullopt when there is no readable log.
+std::optional<QByteArray> tail(const Locations &where, qint64 maxBytes);
 
 } // namespace RemovalLog

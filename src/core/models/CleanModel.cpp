@@ -6,6 +6,7 @@
 #include "core/util/Background.h"
 #include "core/util/MainThread.h"
 #include "core/words/CleanupWords.h"
+#include "core/words/RestoreWords.h"
 
 #include <QPointer>
 
@@ -62,6 +63,9 @@ CleanModel::Services CleanModel::Services::real(std::shared_ptr<const System> sy
         return Cleaner::largeFiles(minBytes, progress, system->where());
     };
     s.remove = [system](const QList<CleanItem> &items) { return Cleaner::remove(items, *system); };
+    s.restore = [system](const QList<Restorer::Move> &moves) {
+        return Restorer::restore(moves, *system);
+    };
     return s;
 }
 
@@ -116,10 +120,16 @@ void CleanModel::setProgress(const QString &text)
 
 void CleanModel::scan()
 {
+    startScan(std::nullopt);
+}
+
+void CleanModel::startScan(std::optional<QString> message)
+{
     if (m_scanning)
         return;
     m_scanning = true;
-    m_message.reset();
+    m_message = std::move(message);
+    m_undoable.clear();
     m_progress.clear();
     Q_EMIT changed();
 
@@ -194,6 +204,7 @@ void CleanModel::clean()
     if (taken.isEmpty())
         return;
     m_scanning = true;
+    m_undoable.clear();
     m_progress = Words::removing();
     Q_EMIT changed();
 
@@ -210,6 +221,7 @@ void CleanModel::clean()
 void CleanModel::finishClean(const Cleaner::Result &result)
 {
     // By path: titles repeat (one app's remains in several folders), paths do not.
+    m_undoable = Restorer::movesOf(result, m_items, QDateTime::currentDateTimeUtc());
     QSet<QString> moved;
     for (const Cleaner::Outcome &outcome : result.items) {
         if (outcome.kind == Cleaner::Outcome::Kind::moved)
@@ -221,4 +233,25 @@ void CleanModel::finishClean(const Cleaner::Result &result)
     m_lastRemoval = result;
     m_scanning = false;
     Q_EMIT changed();
+}
+
+void CleanModel::undo()
+{
+    if (m_scanning || m_undoable.isEmpty() || !m_services.restore)
+        return;
+    const QList<Restorer::Move> moves = std::exchange(m_undoable, {});
+    m_scanning = true;
+    m_progress = Words::restoring();
+    Q_EMIT changed();
+
+    QPointer<CleanModel> self(this);
+    Background::run([self, moves, restore = m_services.restore] {
+        const Restorer::Result result = restore(moves);
+        MainThread::post([self, result] {
+            if (!self)
+                return;
+            self->m_scanning = false;
+            self->startScan(Words::restoreSummary(result));
+        });
+    });
 }

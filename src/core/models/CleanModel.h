@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/cleanup/Cleaner.h"
+#include "core/cleanup/Restorer.h"
 #include "core/types/CleanItem.h"
 
 #include <QList>
@@ -31,6 +32,7 @@ public:
         std::function<QList<CleanItem>(qint64 minBytes, std::function<void(qint64)> progress)>
             largeFiles;
         std::function<Cleaner::Result(const QList<CleanItem> &)> remove;
+        std::function<Restorer::Result(const QList<Restorer::Move> &)> restore;
 
         // The real scans over `system`, which the services keep alive.
         static Services real(std::shared_ptr<const System> system);
@@ -62,6 +64,11 @@ public:
     // Moves the selected items to the Trash; nothing when nothing is selected.
     void clean();
 
+    // Puts back exactly what the last removal moved, then scans again; the outcome stays as
+    // the message. Possible until the next scan or removal starts.
+    void undo();
+    bool canUndo() const { return !m_undoable.isEmpty(); }
+
     // What the last removal did to each item it took; nullopt before the first.
     const std::optional<Cleaner::Result> &lastRemoval() const { return m_lastRemoval; }
 
@@ -71,6 +78,7 @@ Q_SIGNALS:
 private:
     void finishScan(QList<CleanItem> found);
     void finishClean(const Cleaner::Result &result);
+    void startScan(std::optional<QString> message);
     void setProgress(const QString &text);
 
     QList<CleanCategory> m_categories;
@@ -82,4 +90,5 @@ private:
     std::optional<QString> m_message;
     bool m_scanned = false;
     std::optional<Cleaner::Result> m_lastRemoval;
+    QList<Restorer::Move> m_undoable;
 };

@@ -21,6 +21,22 @@ QString RealSystem::trashItemsFolder() const
     return Platform::homeTrashItemsPath(where().userFolders());
 }
 
+Platform::RestoreFailure RealSystem::checkRestore(const QString &trashedPath,
+                                                  const QString &original, const QString &anchor,
+                                                  bool createFolders) const
+{
+    return Platform::checkRestore(trashedPath, original, anchor, createFolders,
+                                  where().userFolders());
+}
+
+Platform::TrashRestore RealSystem::restoreFromTrash(const QString &trashedPath,
+                                                    const QString &original, const QString &anchor,
+                                                    bool createFolders) const
+{
+    return Platform::restoreFromTrash(trashedPath, original, anchor, createFolders,
+                                      where().userFolders());
+}
+
 DiskUsage RealSystem::volumeUsage(const QString &path) const
 {
     return DiskUsage::of(path);

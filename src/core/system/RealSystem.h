@@ -12,6 +12,11 @@ public:
     Platform::TrashEmptying
     emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const override;
     QString trashItemsFolder() const override;
+    Platform::RestoreFailure checkRestore(const QString &trashedPath, const QString &original,
+                                          const QString &anchor, bool createFolders) const override;
+    Platform::TrashRestore restoreFromTrash(const QString &trashedPath, const QString &original,
+                                            const QString &anchor,
+                                            bool createFolders) const override;
     DiskUsage volumeUsage(const QString &path) const override;
     QList<Platform::RunningApplication> runningApplications() const override;
     std::optional<QString> runTool(const QString &tool, const QStringList &arguments,

@@ -3,6 +3,7 @@
 #include "core/system/Locations.h"
 #include "core/types/DiskUsage.h"
 #include "platform/Trash.h"
+#include "platform/TrashRestore.h"
 #include "platform/Workspace.h"
 
 #include <QDateTime>
@@ -30,6 +31,13 @@ public:
     virtual Platform::TrashEmptying
     emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const = 0;
     virtual QString trashItemsFolder() const = 0;
+    // Putting a Trash entry back (see platform/TrashRestore.h).
+    virtual Platform::RestoreFailure checkRestore(const QString &trashedPath,
+                                                  const QString &original, const QString &anchor,
+                                                  bool createFolders) const = 0;
+    virtual Platform::TrashRestore restoreFromTrash(const QString &trashedPath,
+                                                    const QString &original, const QString &anchor,
+                                                    bool createFolders) const = 0;
 
     virtual DiskUsage volumeUsage(const QString &path) const = 0;
     virtual QList<Platform::RunningApplication> runningApplications() const = 0;

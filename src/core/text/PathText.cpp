@@ -89,4 +89,37 @@ QString escaped(const QString &text)
     return out;
 }
 
+std::optional<QString> unescaped(QStringView text)
+{
+    const auto hex = [](QChar c) {
+        return c >= u'0' && c <= u'9'   ? c.unicode() - u'0'
+               : c >= u'A' && c <= u'F' ? c.unicode() - u'A' + 10
+                                        : -1;
+    };
+    QString out;
+    out.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        if (text[i] != u'\\') {
+            out += text[i];
+            continue;
+        }
+        const QChar next = i + 1 < text.size() ? text[i + 1] : QChar();
+        i += 1;
+        if (next == u'n') {
+            out += u'\n';
+        } else if (next == u't') {
+            out += u'\t';
+        } else if (next == u'\\') {
+            out += u'\\';
+        } else if (next == u'x' && i + 2 < text.size() && hex(text[i + 1]) >= 0 &&
+                   hex(text[i + 2]) >= 0) {
+            out += QChar(char16_t(hex(text[i + 1]) * 16 + hex(text[i + 2])));
+            i += 2;
+        } else {
+            return std::nullopt;
+        }
+    }
+    return out;
+}
+
 } // namespace PathText

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <optional>
 
 // Path arithmetic on text only: nothing here touches the file system or resolves links.
 namespace PathText {
@@ -28,5 +29,9 @@ QString parentFolder(const QString &path);
 // and the backslash become "\n", "\t", "\\" or "\xHH", so a file name can neither start
 // a new line nor add a field to a tab-separated one.
 QString escaped(const QString &text);
+
+// The text escaped() was given, or nullopt when `text` holds an escape it never writes
+// (a lone backslash, "\x" without two upper-case hex digits, an unknown letter).
+std::optional<QString> unescaped(QStringView text);
 
 } // namespace PathText

@@ -2,6 +2,7 @@
 
 #include "platform/NoLinkPath.h"
 #include "platform/linux/XdgTrashPaths.h"
+#include "platform/posix/Fd.h"
 
 #include <QDir>
 #include <QFile>
@@ -84,25 +85,6 @@ QByteArray standardized(const QString &given)
     }
     return '/' + parts.join('/');
 }
-
-// An open descriptor, closed when the holder goes.
-class Fd
-{
-public:
-    explicit Fd(int fd = -1) : m_fd(fd) {}
-    ~Fd()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-    Fd(Fd &&other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
-};
 
 // Creates `name` in `dirFd` exclusively and writes `text` in full. 0, or the errno; EEXIST
 // means the name is taken. A partly written file is removed again.

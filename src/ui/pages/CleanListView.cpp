@@ -3,6 +3,7 @@
 #include "core/models/CleanModel.h"
 #include "core/text/Fmt.h"
 #include "core/text/L10n.h"
+#include "core/words/RestoreWords.h"
 #include "ui/Theme.h"
 #include "ui/kit/Confirm.h"
 #include "ui/kit/ProminentButton.h"
@@ -32,6 +33,7 @@ struct CleanListView::Private
     Spinner *spinner = nullptr;
     QLabel *progress = nullptr;
     QLabel *message = nullptr;
+    QPushButton *undo = nullptr;
     QPushButton *scan = nullptr;
     ProminentButton *remove = nullptr;
 
@@ -108,11 +110,13 @@ CleanListView::CleanListView(CleanModel &model, std::function<void(const QString
     // At most three lines; the rest is cut off and kept in the tooltip.
     d->message->setMaximumHeight(
         d->message->fontMetrics().boundingRect(QRect(0, 0, 1000, 1000), 0, u"1\n2\n3"_s).height());
+    d->undo = new QPushButton(Words::undo(), bar);
     d->scan = new QPushButton(L10n::pick(u"Scan"_s, u"扫描"_s), bar);
     d->remove = new ProminentButton(removeLabel(), {}, bar);
     row->addWidget(d->spinner);
     row->addWidget(d->progress);
     row->addWidget(d->message, 1);
+    row->addWidget(d->undo, 0, Qt::AlignTop);
     row->addStretch();
     row->addWidget(d->scan);
     row->addWidget(d->remove);
@@ -124,6 +128,8 @@ CleanListView::CleanListView(CleanModel &model, std::function<void(const QString
     layout->addWidget(divider);
     layout->addWidget(bar);
 
+    // Only puts things back, so it asks nothing.
+    connect(d->undo, &QPushButton::clicked, this, [this] { d->model.undo(); });
     connect(d->scan, &QPushButton::clicked, this, [this] { d->model.scan(); });
     connect(d->remove, &QPushButton::clicked, this, [this] { confirmRemoval(); });
     connect(&model, &CleanModel::changed, this, [this] { d->sync(); });
@@ -190,6 +196,7 @@ void CleanListView::Private::syncBar()
     message->setVisible(!text.isEmpty());
     message->setText(text);
     message->setToolTip(text);
+    undo->setVisible(!busy && model.canUndo());
 
     scan->setEnabled(!busy);
     const qint64 bytes = selectedBytes();

@@ -9,6 +9,7 @@
 #include "ui/kit/Confirm.h"
 #include "ui/kit/ProminentButton.h"
 #include "ui/kit/TintedBox.h"
+#include "ui/pages/RestoreLine.h"
 #include "ui/pages/RingChart.h"
 
 #include <QApplication>
@@ -126,6 +127,7 @@ struct OverviewView::Private
     QWidget *unreadable = nullptr;
     QLabel *pending = nullptr;
     QLabel *trashMsg = nullptr;
+    RestoreLine *restore = nullptr;
     QPushButton *grant = nullptr;
     QPushButton *empty = nullptr;
 
@@ -141,9 +143,18 @@ struct OverviewView::Private
 
 OverviewView::Settings OverviewView::Settings::of(const System &system)
 {
+    // The system outlives every window and every task started from one.
+    RestoreModel::Services restore;
+    restore.restorable = [&system] { return Restorer::restorable(system); };
+    restore.restore = [&system](const QList<Restorer::Move> &moves) {
+        return Restorer::restore(moves, system);
+    };
     return {[&system] { return system.loginItemEnabled(); },
             [&system](bool on) { return system.setLoginItem(on); },
-            [&system] { system.openFullDiskAccessSettings(); }, system.version()};
+            [&system] { system.openFullDiskAccessSettings(); },
+            system.version(),
+            restore,
+            [&system](const QString &path) { return system.where().tilde(path); }};
 }
 
 OverviewView::OverviewView(OverviewModel &model, SystemStats &stats, const System &system,
@@ -180,6 +191,7 @@ OverviewView::OverviewView(OverviewModel &model, SystemStats &stats, Settings se
     });
     connect(d->empty, &QPushButton::clicked, this, &OverviewView::confirmEmptying);
     connect(d->login, &QCheckBox::clicked, this, &OverviewView::loginToggled);
+    connect(d->restore, &RestoreLine::restored, this, [this] { d->model.refreshTrash(); });
     connect(&model, &OverviewModel::changed, this, [this] { d->sync(); });
     connect(&stats, &SystemStats::changed, this, [this] { d->syncDisk(); });
     d->sync();
@@ -191,6 +203,7 @@ OverviewView::~OverviewView() = default;
 void OverviewView::appeared()
 {
     d->model.refreshTrash();
+    d->restore->refresh();
     if (d->model.cats().isEmpty())
         d->model.scan();
 }
@@ -278,6 +291,8 @@ QWidget *OverviewView::Private::trashBox(QWidget *parent)
     trashMsg->setWordWrap(true);
     trashMsg->setTextInteractionFlags(Qt::TextSelectableByMouse);
     lines->addWidget(trashMsg);
+    restore = new RestoreLine(settings.restore, settings.shown, box);
+    lines->addWidget(restore);
     row->addLayout(lines, 1);
 
     empty = new ProminentButton(L10n::pick(u"Empty Trash"_s, u"清空废纸篓"_s), {}, box);

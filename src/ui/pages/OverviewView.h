@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/models/RestoreModel.h"
 #include "core/system/System.h"
 
 #include <QString>
@@ -27,6 +28,9 @@ public:
         std::function<std::optional<QString>(bool)> setLogin;
         std::function<void()> openFullDiskAccess;
         std::optional<QString> version; // none: a development build
+        // What of the Trash can go back; none: the line is never shown.
+        RestoreModel::Services restore{};
+        std::function<QString(const QString &)> shown{};
 
         // The real ones; `system` outlives the view.
         static Settings of(const System &system);

@@ -1,0 +1,302 @@
+#include "platform/TrashRestore.h"
+
+#include "platform/NoLinkPath.h"
+#include "platform/linux/XdgTrashPaths.h"
+#include "platform/posix/Fd.h"
+
+#include <QFile>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <variant>
+
+// Only entries of the Trashes this user's moves can land in count: the home Trash's files/,
+// and on another file system its top folder's .Trash-$uid/files or .Trash/$uid/files. The
+// item is acted on through the Trash's own folder descriptors, never through a path.
+namespace Platform {
+namespace {
+
+using XdgTrash::joined;
+using XdgTrash::parentOf;
+
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr qint64 kMaxRecordBytes = 64 * 1024;
+
+QByteArray lastComponent(const QByteArray &path)
+{
+    return path.mid(path.lastIndexOf('/') + 1);
+}
+
+// Absolute, no empty, "." or ".." components, no trailing slash: a log line that needs
+// tidying was not written by us.
+bool isStandard(const QByteArray &path)
+{
+    if (!path.startsWith('/') || path == "/" || path.contains('\0'))
+        return false;
+    const QList<QByteArray> parts = path.mid(1).split('/');
+    return std::none_of(parts.begin(), parts.end(), [](const QByteArray &part) {
+        return part.isEmpty() || part == "." || part == "..";
+    });
+}
+
+RestoreFailure failureOf(int error)
+{
+    switch (error) {
+    case ENOENT:
+        return RestoreFailure::gone;
+    case ELOOP:
+        return RestoreFailure::throughLink;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+        return RestoreFailure::permissionDenied;
+    case EXDEV:
+        return RestoreFailure::crossDevice;
+    case EEXIST:
+    case ENOTEMPTY:
+        return RestoreFailure::destinationExists;
+    default:
+        return RestoreFailure::other;
+    }
+}
+
+struct Failed
+{
+    RestoreFailure failure;
+    int errorCode = 0;
+};
+
+// The Trash entry, held by its folders.
+struct Entry
+{
+    Fd files;
+    Fd info;
+    QByteArray name;
+    QByteArray topDir; // what a volume Trash's Path= is relative to; empty for the home Trash
+};
+
+bool isMountTop(const QByteArray &dir)
+{
+    struct stat here = {};
+    struct stat up = {};
+    return dir == "/" || (::lstat(dir.constData(), &here) == 0 &&
+                          ::stat(parentOf(dir).constData(), &up) == 0 && here.st_dev != up.st_dev);
+}
+
+// A volume Trash: reached from "/" without a link, the user's own, at its mount's top; the
+// shared .Trash only with the sticky bit an administrator gives it.
+std::variant<Fd, Failed> openVolumeTrash(const QByteArray &root, const QByteArray &topDir,
+                                         bool shared)
+{
+    if (!isMountTop(topDir))
+        return Failed{RestoreFailure::notInTrash};
+    Fd fd(NoLinkPath::openFolder("/", root.mid(1)));
+    if (fd.get() < 0) {
+        const int error = errno;
+        if (error == ELOOP || error == ENOTDIR)
+            return Failed{NoLinkPath::passesThroughLink("/", root.mid(1))
+                              ? RestoreFailure::throughLink
+                              : RestoreFailure::notInTrash,
+                          error};
+        return Failed{failureOf(error), error};
+    }
+    struct stat st = {};
+    if (::fstat(fd.get(), &st) != 0 || st.st_uid != ::geteuid())
+        return Failed{RestoreFailure::notInTrash};
+    if (shared && (::lstat(parentOf(root).constData(), &st) != 0 || !(st.st_mode & S_ISVTX)))
+        return Failed{RestoreFailure::notInTrash};
+    return fd;
+}
+
+std::variant<Entry, Failed> locate(const QByteArray &trashed, const UserFolders &user)
+{
+    const QByteArray filesDir = parentOf(trashed);
+    const QByteArray name = lastComponent(trashed);
+    if (!isStandard(trashed) || lastComponent(filesDir) != "files")
+        return Failed{RestoreFailure::notInTrash};
+    const QByteArray root = parentOf(filesDir);
+    const QByteArray uid = QByteArray::number(::geteuid());
+    Entry entry;
+    entry.name = name;
+    Fd rootFd;
+    if (root == XdgTrash::homeTrashPath(user)) {
+        // Where the home Trash lives is the user's choice, links and all, as for the move.
+        rootFd = Fd(::open(root.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (rootFd.get() < 0)
+            return Failed{failureOf(errno), errno};
+    } else {
+        const bool shared = lastComponent(root) == uid && lastComponent(parentOf(root)) == ".Trash";
+        if (!shared && lastComponent(root) != ".Trash-" + uid)
+            return Failed{RestoreFailure::notInTrash};
+        entry.topDir = shared ? parentOf(parentOf(root)) : parentOf(root);
+        auto opened = openVolumeTrash(root, entry.topDir, shared);
+        if (const Failed *failed = std::get_if<Failed>(&opened))
+            return *failed;
+        rootFd = std::move(std::get<Fd>(opened));
+    }
+    entry.files = Fd(::openat(rootFd.get(), "files", kFolderFlags));
+    if (entry.files.get() < 0) {
+        const int error = errno;
+        struct stat st = {};
+        if (::fstatat(rootFd.get(), "files", &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode))
+            return Failed{RestoreFailure::throughLink, error};
+        return Failed{error == ENOTDIR ? RestoreFailure::notInTrash : failureOf(error), error};
+    }
+    entry.info = Fd(::openat(rootFd.get(), "info", kFolderFlags));
+    struct stat st = {};
+    if (::fstatat(entry.files.get(), name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+        return Failed{failureOf(errno), errno};
+    return entry;
+}
+
+// The .trashinfo beside the entry names `original`: the move's own record, not a guess.
+bool recordAgrees(const Entry &entry, const QByteArray &original)
+{
+    if (entry.info.get() < 0)
+        return false;
+    const QByteArray infoName = entry.name + ".trashinfo";
+    Fd fd(::openat(entry.info.get(), infoName.constData(),
+                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat st = {};
+    if (fd.get() < 0 || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) ||
+        st.st_size > kMaxRecordBytes)
+        return false;
+    QByteArray text(qsizetype(st.st_size), '\0');
+    if (::read(fd.get(), text.data(), size_t(text.size())) != ssize_t(text.size()))
+        return false;
+    const QList<QByteArray> lines = text.split('\n');
+    if (lines.isEmpty() || lines.first().trimmed() != "[Trash Info]")
+        return false;
+    for (const QByteArray &line : lines) {
+        if (!line.startsWith("Path="))
+            continue;
+        QByteArray recorded = QByteArray::fromPercentEncoding(line.mid(5).trimmed());
+        if (!recorded.startsWith('/') && !entry.topDir.isEmpty())
+            recorded = joined(entry.topDir, recorded);
+        return recorded == original;
+    }
+    return false;
+}
+
+// The original's folder, reached from the anchor without a link; missing folders made
+// private when allowed.
+std::variant<Fd, Failed> openDestination(const QByteArray &anchor, const QByteArray &original,
+                                         bool createFolders)
+{
+    QByteArray relative;
+    if (!NoLinkPath::relativeTo(anchor, parentOf(original), &relative))
+        return Failed{RestoreFailure::other, EINVAL};
+    Fd fd(NoLinkPath::openFolder(anchor, relative));
+    if (fd.get() >= 0)
+        return fd;
+    const int error = errno;
+    if (error == ELOOP || error == ENOTDIR)
+        return Failed{NoLinkPath::passesThroughLink(anchor, relative)
+                          ? RestoreFailure::throughLink
+                          : RestoreFailure::parentMissing,
+                      error};
+    if (error != ENOENT)
+        return Failed{failureOf(error), error};
+    if (!createFolders)
+        return Failed{RestoreFailure::parentMissing, error};
+    fd = Fd(::open(anchor.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (const QByteArray &name : relative.split('/')) {
+        if (fd.get() < 0)
+            break;
+        if (::mkdirat(fd.get(), name.constData(), 0700) != 0 && errno != EEXIST)
+            return Failed{failureOf(errno), errno};
+        fd = Fd(::openat(fd.get(), name.constData(), kFolderFlags));
+    }
+    if (fd.get() < 0)
+        return Failed{errno == ELOOP ? RestoreFailure::throughLink : failureOf(errno), errno};
+    return fd;
+}
+
+struct Prepared
+{
+    Entry entry;
+    std::variant<Fd, Failed> destination;
+    QByteArray name;
+};
+
+std::variant<Prepared, Failed> prepare(const QString &trashedPath, const QString &originalPath,
+                                       const QString &anchorPath, bool createFolders,
+                                       const UserFolders &user)
+{
+    const QByteArray original = QFile::encodeName(originalPath);
+    const QByteArray anchor = QFile::encodeName(anchorPath);
+    if (!isStandard(original) || anchor.isEmpty())
+        return Failed{RestoreFailure::other, EINVAL};
+    auto located = locate(QFile::encodeName(trashedPath), user);
+    if (const Failed *failed = std::get_if<Failed>(&located))
+        return *failed;
+    Entry entry = std::move(std::get<Entry>(located));
+    if (!recordAgrees(entry, original))
+        return Failed{RestoreFailure::recordMismatch};
+    return Prepared{std::move(entry), openDestination(anchor, original, createFolders),
+                    lastComponent(original)};
+}
+
+TrashRestore failedWith(const Failed &failed)
+{
+    TrashRestore result;
+    result.failure = failed.failure;
+    result.errorCode = failed.errorCode;
+    return result;
+}
+
+} // namespace
+
+RestoreFailure checkRestore(const QString &trashedPath, const QString &original,
+                            const QString &anchor, bool createFolders, const UserFolders &user)
+{
+    auto prepared = prepare(trashedPath, original, anchor, false, user);
+    if (const Failed *failed = std::get_if<Failed>(&prepared))
+        return failed->failure;
+    const Prepared &p = std::get<Prepared>(prepared);
+    if (const Failed *failed = std::get_if<Failed>(&p.destination))
+        return createFolders && failed->failure == RestoreFailure::parentMissing &&
+                       failed->errorCode == ENOENT
+                   ? RestoreFailure::none // recreated on the way back
+                   : failed->failure;
+    const int folder = std::get<Fd>(p.destination).get();
+    struct stat st = {};
+    if (::fstatat(folder, p.name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0)
+        return RestoreFailure::destinationExists;
+    struct stat trash = {};
+    if (::fstat(folder, &st) == 0 && ::fstat(p.entry.files.get(), &trash) == 0 &&
+        st.st_dev != trash.st_dev)
+        return RestoreFailure::crossDevice;
+    return RestoreFailure::none;
+}
+
+TrashRestore restoreFromTrash(const QString &trashedPath, const QString &original,
+                              const QString &anchor, bool createFolders, const UserFolders &user)
+{
+    auto prepared = prepare(trashedPath, original, anchor, createFolders, user);
+    if (const Failed *failed = std::get_if<Failed>(&prepared))
+        return failedWith(*failed);
+    const Prepared &p = std::get<Prepared>(prepared);
+    if (const Failed *failed = std::get_if<Failed>(&p.destination))
+        return failedWith(*failed);
+    const int folder = std::get<Fd>(p.destination).get();
+    if (const int error = XdgTrash::renameNoReplace(p.entry.files.get(), p.entry.name.constData(),
+                                                    folder, p.name.constData())) {
+        struct stat st = {};
+        // ENOENT names either side; only a vanished entry means someone else took it.
+        const bool entryGone =
+            ::fstatat(p.entry.files.get(), p.entry.name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0;
+        if (error == ENOENT && !entryGone)
+            return failedWith({RestoreFailure::parentMissing, error});
+        return failedWith({failureOf(error), error});
+    }
+    TrashRestore result;
+    result.restored = true;
+    const QByteArray infoName = p.entry.name + ".trashinfo";
+    result.recordKept = ::unlinkat(p.entry.info.get(), infoName.constData(), 0) != 0;
+    return result;
+}
+
+} // namespace Platform
