@@ -102,7 +102,9 @@ QList<CleanItem> userCaches(const Locations &where, const QSet<QString> &excludi
 
 QList<CleanItem> logs(const Locations &where)
 {
-    return measured(Listing::children(where.library(u"Logs"_s), where), CleanCategory::logs, where);
+    QStringList children = Listing::children(where.library(u"Logs"_s), where);
+    children.removeAll(where.removalLogFolder()); // refused by the guard: no candidate
+    return measured(children, CleanCategory::logs, where);
 }
 
 QList<CleanItem> aiClutter(const Locations &where)

@@ -146,6 +146,9 @@ std::optional<Refusal> refusal(const QString &path, CleanCategory category, cons
         if (rel == e || rel.startsWith(e + u'/'))
             return Refusal::protectedLocation;
     }
+    // Undoing a clean-up reads the removal log back: it is never cleaned up itself.
+    if (const QString log = where.removalLogFolder(); p == log || p.startsWith(log + u'/'))
+        return Refusal::protectedLocation;
     if (isProtectedExtension(PathText::extension(path)))
         return Refusal::protectedExtension;
     if (rel.contains(u"Backups.backupdb") || rel.startsWith(u".Trash"))
