@@ -496,7 +496,7 @@ private Q_SLOTS:
     // The switch shows what the system holds, so a refused change springs back.
     void loginSwitch()
     {
-        for (const bool accepts : {true, false}) {
+        for (const bool accepts : {true, false})
             for (const bool initially : {false, true}) {
                 m_system->loginRefusal.reset();
                 Q_UNUSED(m_system->setLoginItem(initially));
@@ -510,7 +510,6 @@ private Q_SLOTS:
                 QVERIFY(box->isChecked() == (accepts != initially) &&
                         m_system->loginItemEnabled() == box->isChecked());
             }
-        }
     }
 
     // Homebrew rows upgrade through the updater, the others hand over to an application; a
