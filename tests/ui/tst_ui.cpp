@@ -17,6 +17,7 @@
 #include "ui/QtTexts.h"
 #include "ui/Theme.h"
 #include "ui/ToolsWindow.h"
+#include "ui/kit/SectionHeader.h"
 #include "ui/kit/Spinner.h"
 #include "ui/pages/CleanItemsView.h"
 #include "ui/pages/CleanSection.h"
@@ -643,13 +644,35 @@ private Q_SLOTS:
         QVERIFY(!Login::set(user(), true).value_or(QString()).isEmpty() && !Login::enabled(user()));
     }
 
-    // Items of no size still get All and None, but no size.
-    void sizelessItems()
+    // The title leads; only with items do the size (above 0), All and None follow, after
+    // the flexible space.
+    void sectionHeader_data()
     {
-        QWidget page;
+        QTest::addColumn<QList<qint64>>("sizes");
+        QTest::addColumn<QStringList>("trailing");
+        const QStringList both{u"All"_s, u"None"_s};
+        QTest::newRow("no items") << QList<qint64>{} << QStringList{};
+        QTest::newRow("sized") << QList<qint64>{4000, 1000} << QStringList{Fmt::bytes(5000)} + both;
+        QTest::newRow("sizeless") << QList<qint64>{0, 0} << both;
+    }
+    void sectionHeader()
+    {
+        QFETCH(QList<qint64>, sizes);
         CleanModel model({CleanCategory::logs}, CleanModel::Services::real(m_system));
-        (new CleanSection(model, CleanCategory::logs, &page))->setItems(QList<CleanItem>(2));
-        QCOMPARE(sectionTexts(&page, CleanCategory::logs), (QStringList{u"All"_s, u"None"_s}));
+        CleanSection section(model, CleanCategory::logs);
+        QList<CleanItem> items;
+        for (const qint64 bytes : sizes)
+            items.emplace_back().bytes = bytes;
+        section.setItems(items);
+        section.resize(600, 300);
+        section.show();
+        QMap<int, QString> order; // the visible texts by their left edge
+        for (QWidget *w : section.findChild<SectionHeader *>()->findChildren<QWidget *>())
+            if (w->isVisible())
+                order.insert(w->x(), w->property("text").toString());
+        QCOMPARE(order.values(),
+                 QStringList{title(CleanCategory::logs)} + fetch<QStringList>("trailing"));
+        QVERIFY(order.size() == 1 || order.keys()[1] > 300);
     }
 
     // Qt's own Cancel speaks the interface language in a destructive confirmation.
