@@ -12,7 +12,7 @@ DEB_PACKAGES=(
 )
 for arg in "$@"; do
     case "$arg" in
-    --bench) DEB_PACKAGES+=(gdu time libglib2.0-bin trash-cli) ;;
+    --bench) DEB_PACKAGES+=(gdu fd-find time libglib2.0-bin trash-cli) ;;
     --fuzz) DEB_PACKAGES+=(clang libclang-rt-14-dev llvm) ;;
     *)
         echo "install-deps: unknown option $arg (only --bench, --fuzz)" >&2
