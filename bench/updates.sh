@@ -9,7 +9,10 @@
 # The server delays each answer by 50-500 ms, fixed per URL, and three feeds never answer,
 # so both sides wait out the inactivity limit three times. curl gets the URLs in the order
 # the checker asked them in that round, which gives both the same schedule; ideal_ms is
-# that schedule's length with no overhead at all.
+# that schedule's length with no overhead at all. Beside each wall time stands the CPU time
+# (user + system) of quorvel-updatesbench, whose loopback server runs in its own process,
+# and of curl (with xargs) plus its server process: getrusage for the children, the
+# server's /proc ticks (10 ms steps) for the server.
 set -euo pipefail
 export LC_ALL=C
 
@@ -62,6 +65,9 @@ done
 PORT=$(awk '$1 == "port" { print $2 }' "$WORK/serve.out")
 [ -n "$PORT" ] || die "the server did not start: $(cat "$WORK/serve.err")"
 BASE=http://127.0.0.1:$PORT
+CPUTIME_FILE=$WORK/times
+# shellcheck source=bench/cputime.sh
+source "$(dirname "${BASH_SOURCE[0]}")/cputime.sh"
 
 median() { # numbers as arguments -> the median
     printf '%s\n' "$@" | sort -g | awk '{ v[NR] = $1 } END {
@@ -72,22 +78,40 @@ now_ms() { # bash's own clock: no process start in the measurement
     echo $((t / 1000))
 }
 
-# Fetches every URL of the list file, prints "ms answered timed_out": answered is a
-# complete 200 answer, timed out is curl's exit 28 with no answer at all.
+HZ=$(getconf CLK_TCK)
+TICKS=0
+server_ticks() { # user + system ticks of the server process so far, into TICKS; no fork
+    local stat fields
+    read -r stat <"/proc/$SERVER_PID/stat"
+    read -ra fields <<<"${stat##*) }"
+    TICKS=$((fields[11] + fields[12]))
+}
+
+# Fetches every URL of the list file, prints "ms answered timed_out cpu_ms": answered is a
+# complete 200 answer, timed out is curl's exit 28 with no answer at all. Runs in a
+# subshell of its own, whose children are curl (and xargs) alone while it is timed.
 run_curl() {
-    local list=$1 codes=$WORK/codes start end
+    local list=$1 codes=$WORK/codes start end cpu0
     local opts=(-s -o /dev/null --noproxy '*' --speed-limit 1 --speed-time "$TIMEOUT"
         -w '%{http_code} %{exitcode}\n')
-    start=$(now_ms)
-    if [ "$PEER" = parallel ]; then
+    [ "$PEER" = parallel ] &&
         awk '{ printf "url = \"%s\"\noutput = \"/dev/null\"\n", $0 }' "$list" >"$WORK/curl.cfg"
+    start=$(now_ms)
+    read_children_cpu
+    cpu0=$CHILD_CPU_US
+    server_ticks
+    local ticks0=$TICKS
+    if [ "$PEER" = parallel ]; then
         curl --parallel --parallel-max $PARALLEL --parallel-immediate "${opts[@]}" \
             -K "$WORK/curl.cfg" >"$codes" 2>"$WORK/curl.err" || true
     else
         xargs -P $PARALLEL -n 1 curl "${opts[@]}" <"$list" >"$codes" 2>"$WORK/curl.err" || true
     fi
+    read_children_cpu
+    server_ticks
     end=$(now_ms)
-    echo "$((end - start)) $(grep -c '^200 0$' "$codes") $(grep -c '^000 28$' "$codes")"
+    echo "$((end - start)) $(grep -c '^200 0$' "$codes") $(grep -c '^000 28$' "$codes")" \
+        "$(((CHILD_CPU_US - cpu0) / 1000 + (TICKS - ticks0) * 1000 / HZ))"
 }
 
 echo "== machine"
@@ -98,14 +122,20 @@ echo "work:    $URLS URLs (100 appcasts, 100 lookups, $SILENT silent feeds), $PA
     "inactivity limit ${TIMEOUT} s, $RUNS rounds, peer: curl ($PEER)"
 
 OURS=()
+OURS_CPU=()
 THEIRS=()
+THEIRS_CPU=()
 IDEAL=()
 mismatches=0
 peer_wrong=0
 for ((r = 1; r <= RUNS; r++)); do
     status=0
+    read_children_cpu
+    cpu0=$CHILD_CPU_US
     "$BIN" --timeout "$TIMEOUT" --requests "$WORK/requests" >"$WORK/bench.out" \
         2>"$WORK/bench.err" || status=$?
+    read_children_cpu
+    OURS_CPU+=($(((CHILD_CPU_US - cpu0) / 1000)))
     value() { awk -v k="$1" '$1 == k { print $2 }' "$WORK/bench.out"; }
     [ "$status" -le 1 ] && [ -n "$(value elapsed_ms)" ] ||
         die "$BIN failed (exit $status): $(cat "$WORK/bench.err")"
@@ -118,31 +148,39 @@ for ((r = 1; r <= RUNS; r++)); do
     IDEAL+=("$(value ideal_ms)")
     sed "s|^|$BASE|" "$WORK/requests" >"$WORK/urls"
     [ "$(wc -l <"$WORK/urls")" -eq "$URLS" ] || die "the check asked $(wc -l <"$WORK/urls") URLs, not $URLS"
-    read -r ms answered timed_out < <(run_curl "$WORK/urls")
+    read -r ms answered timed_out cpu_ms < <(run_curl "$WORK/urls")
     THEIRS+=("$ms")
+    THEIRS_CPU+=("$cpu_ms")
     # curl is held to the fixture too: every answer in full, only the silent feeds cut off.
     if [ "$answered" -ne $((URLS - SILENT)) ] || [ "$timed_out" -ne $SILENT ]; then
         peer_wrong=$((peer_wrong + 1))
     fi
-    printf 'round %d: quorvel %s ms (%s/%s findings, %s), curl %s ms (%s answered, %s timed out),' \
-        "$r" "${OURS[-1]}" "$(value found)" "$(value expected)" "$verdict" "$ms" "$answered" \
-        "$timed_out"
+    printf 'round %d: quorvel %s ms, CPU %s ms (%s/%s findings, %s), curl %s ms, CPU %s ms' \
+        "$r" "${OURS[-1]}" "${OURS_CPU[-1]}" "$(value found)" "$(value expected)" "$verdict" \
+        "$ms" "$cpu_ms"
+    printf ' (%s answered, %s timed out),' "$answered" "$timed_out"
     printf ' ideal %s ms\n' "${IDEAL[-1]}"
 done
 
 ours=$(median "${OURS[@]}")
 theirs=$(median "${THEIRS[@]}")
+ours_cpu=$(median "${OURS_CPU[@]}")
+theirs_cpu=$(median "${THEIRS_CPU[@]}")
 ideal=$(median "${IDEAL[@]}")
 ratio=$(awk -v a="$ours" -v b="$theirs" 'BEGIN { printf "%.3f", a / b }')
 verdict=$(awk -v r="$ratio" -v g=$GOAL_RATIO 'BEGIN { print (r <= g ? "PASS" : "MISS") }')
 pass() { [ "$1" -eq 0 ] && echo PASS || echo FAIL; }
 
 echo
-echo "== one update check, wall time ($RUNS rounds, median)"
+echo "== one update check, wall and CPU time (user + system) ($RUNS rounds, median)"
 printf '%-40s %10s   %-10s %s\n' figure value goal verdict
 printf '%-40s %10s   %-10s %s\n' "quorvel AppUpdater scan, ms" "$ours" - -
 printf '%-40s %10s   %-10s %s\n' "curl, $PARALLEL at once ($PEER), ms" "$theirs" - -
 printf '%-40s %10s   %-10s %s\n' "no-overhead schedule, ms" "$ideal" - -
+printf '%-40s %10s   %-10s %s\n' "quorvel CPU (server included), ms" "$ours_cpu" - -
+printf '%-40s %10s   %-10s %s\n' "curl + server CPU, ms" "$theirs_cpu" - -
+printf '%-40s %10s   %-10s %s\n' "quorvel / curl, CPU" \
+    "$(awk -v a="$ours_cpu" -v b="$theirs_cpu" 'BEGIN { printf (b > 0 ? "%.2fx" : "-"), (b > 0 ? a / b : 0) }')" - -
 printf '%-40s %10s   %-10s %s\n' "quorvel / curl" "${ratio}x" "<= ${GOAL_RATIO}x" "$verdict"
 printf '%-40s %10s   %-10s %s\n' "quorvel findings = fixture's truth" "$((RUNS - mismatches))/$RUNS" \
     "all" "$(pass "$mismatches")"

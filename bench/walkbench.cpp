@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QString>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -19,10 +20,11 @@ void write(std::FILE *stream, const QByteArray &bytes)
 int usage()
 {
     write(stderr, "usage: quorvel-walkbench size PATH\n"
-                  "       quorvel-walkbench large MINBYTES [--list]\n"
+                  "       quorvel-walkbench large MINBYTES [--list] [--threads N]\n"
                   "size prints the allocated bytes of every regular file below PATH;\n"
                   "large prints the count and byte sum of the large files in $HOME,\n"
-                  "and with --list one \"bytes<TAB>path\" line per file.\n");
+                  "and with --list one \"bytes<TAB>path\" line per file, in the scan's\n"
+                  "order. --threads 1 walks depth-first on one thread (the reference).\n");
     return 2;
 }
 
@@ -39,13 +41,14 @@ int size(const char *argument)
     return 0;
 }
 
-int large(const char *argument, bool list)
+int large(const char *argument, bool list, int threads)
 {
     bool ok = false;
     const qint64 minBytes = QByteArray(argument).toLongLong(&ok);
     if (!ok || minBytes < 0)
         return usage();
-    const QList<CleanItem> found = Cleaner::largeFiles(minBytes, {}, Locations::fromEnvironment());
+    const QList<CleanItem> found =
+        Cleaner::largeFiles(minBytes, {}, Locations::fromEnvironment(), threads);
     qint64 total = 0;
     for (const CleanItem &item : found)
         total += item.bytes;
@@ -65,9 +68,20 @@ int main(int argc, char **argv)
     // No QCoreApplication: the walks need none, and its start-up would be timed too.
     if (argc == 3 && std::strcmp(argv[1], "size") == 0)
         return size(argv[2]);
-    if (argc == 3 && std::strcmp(argv[1], "large") == 0)
-        return large(argv[2], false);
-    if (argc == 4 && std::strcmp(argv[1], "large") == 0 && std::strcmp(argv[3], "--list") == 0)
-        return large(argv[2], true);
-    return usage();
+    if (argc < 3 || std::strcmp(argv[1], "large") != 0)
+        return usage();
+    bool list = false;
+    int threads = 0;
+    for (int i = 3; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--list") == 0) {
+            list = true;
+        } else if (std::strcmp(argv[i], "--threads") == 0 && i + 1 < argc) {
+            threads = std::atoi(argv[++i]);
+            if (threads < 1)
+                return usage();
+        } else {
+            return usage();
+        }
+    }
+    return large(argv[2], list, threads);
 }

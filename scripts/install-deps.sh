@@ -14,7 +14,7 @@ DEB_PACKAGES=(
 )
 for arg in "$@"; do
     case "$arg" in
-    --bench) DEB_PACKAGES+=(gdu time libglib2.0-bin trash-cli) ;;
+    --bench) DEB_PACKAGES+=(gdu fd-find time libglib2.0-bin trash-cli) ;;
     --fuzz) DEB_PACKAGES+=(clang libclang-rt-14-dev llvm) ;;
     --clang) DEB_PACKAGES+=(clang) ;;
     *)

@@ -616,6 +616,55 @@ private Q_SLOTS:
             1LL << 40, [&](qint64 n) { reports.append(n); }, m_home->where());
         QTRY_COMPARE(reports, QList<qint64>{2000});
     }
+
+    // Shared out over threads, the walk lists and counts what the depth-first walk does, in
+    // its order: equal sizes (hard links) spread over wide and deep folders, next to every
+    // place the rules cut off.
+    void largeFilesInParallel_data()
+    {
+        QTest::addColumn<int>("threads");
+        for (int threads : {2, 3, 4})
+            QTest::addRow("%d threads", threads) << threads;
+    }
+    void largeFilesInParallel()
+    {
+        QFETCH(int, threads);
+        const QByteArray first = QFile::encodeName(at(u"seed.bin"_s));
+        const qint64 size = write(first, QByteArray(200'000, 'q'));
+        QVERIFY(size > 0);
+        QByteArrayList deep{QFile::encodeName(at(u"Deep"_s))};
+        while (deep.size() < 30)
+            deep.append(deep.last() + "/l" + QByteArray::number(deep.size()));
+        const QByteArray home = QFile::encodeName(m_home->path());
+        for (int i = 0; i < 60; ++i) {
+            const QByteArray n = QByteArray::number(i);
+            const QByteArray folder = home + "/W" + QByteArray::number(i % 7) + "/d" + n;
+            for (const QByteArray &leaf :
+                 {folder + "/big" + n, folder + "/e/" + n, deep[i % 30] + "/b" + n}) {
+                makeParents(leaf + "/x");
+                for (int k = 0; k < 12; ++k)
+                    QCOMPARE(::link(first, leaf + "/" + QByteArray::number(k)), 0);
+            }
+        }
+        for (const char *edge : {"/Library/l", "/.hid/l", "/W1/A.app/l", "/W2/x.vmdk", "/W3/\xff/l",
+                                 "/W4/Library/l"}) {
+            makeParents(home + edge);
+            QCOMPARE(::link(first, home + edge), 0);
+        }
+        const auto scan = [&](int walkThreads) {
+            QList<qint64> reports;
+            QStringList paths;
+            for (const CleanItem &item : Cleaner::largeFiles(
+                     size, [&](qint64 n) { reports.append(n); }, m_home->where(), walkThreads))
+                paths.append(item.path);
+            QCoreApplication::sendPostedEvents(); // every report was posted before the return
+            return std::pair(paths, reports);
+        };
+        const auto expected = scan(1);
+        QCOMPARE(expected.first.size(), 60 * 3 * 12 + 2);
+        QCOMPARE(expected.second, QList<qint64>{2000});
+        QCOMPARE(scan(threads), expected);
+    }
 };
 
 QTEST_GUILESS_MAIN(CleanupTest)

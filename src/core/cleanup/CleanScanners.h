@@ -37,9 +37,11 @@ std::optional<QDateTime> lastUsed(const QString &appPath, const System &system);
 QList<CleanItem> unusedApps(int days, const QStringList &folders, const System &system);
 
 // Every file in the home folder whose allocated size reaches `minBytes`, largest first
-// (equal sizes in walk order). `progress` gets the visited count at every 2,000th entry,
-// on the main thread.
+// (equal sizes in the order of a depth-first walk). `progress` gets the visited count at
+// every 2,000th entry, on the main thread. `threads` 1 walks depth-first on this thread;
+// otherwise the walk is shared out over that many threads (0: the folder sums' number)
+// with the same result.
 QList<CleanItem> largeFiles(qint64 minBytes, const std::function<void(qint64)> &progress,
-                            const Locations &where);
+                            const Locations &where, int threads = 0);
 
 } // namespace Cleaner

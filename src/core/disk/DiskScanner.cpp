@@ -1,6 +1,7 @@
 #include "core/disk/DiskScanner.h"
 
 #include "core/disk/DiskWalker.h"
+#include "core/disk/FolderPool.h"
 #include "core/disk/ParallelSize.h"
 #include "core/text/PathText.h"
 #include "core/types/DiskUsage.h"
@@ -10,7 +11,6 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QThread>
 #include <algorithm>
 #include <cerrno>
 
@@ -34,16 +34,11 @@ struct SumVisitor
     bool stop() const { return cancel && (*cancel)(); }
 };
 
-int walkThreads()
-{
-    return std::clamp(QThread::idealThreadCount(), 2, 4);
-}
-
 // The tree below an open folder (owned); the caller has checked it is a folder.
 qint64 folderSize(int fd, const Cancel &cancel)
 {
     if (!cancel)
-        return ParallelSize::sum(fd, walkThreads());
+        return ParallelSize::sum(fd, defaultWalkThreads());
     SumVisitor visitor{&cancel};
     DiskWalker::walk(fd, visitor);
     return visitor.total;
