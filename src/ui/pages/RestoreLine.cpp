@@ -80,7 +80,7 @@ void RestoreLine::openList()
     column->addWidget(buttons);
     connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
     connect(buttons, &QDialogButtonBox::accepted, dialog,
-            [this, dialog, list, moves, model = QPointer<RestoreModel>(&m_model)] {
+            [dialog, list, moves, model = QPointer<RestoreModel>(&m_model)] {
                 QList<Restorer::Move> ticked;
                 for (int i = 0; i < list->count(); ++i) {
                     if (list->item(i)->checkState() == Qt::Checked)
