@@ -15,6 +15,9 @@
 
 using namespace Qt::StringLiterals;
 using Kind = Restorer::Outcome::Kind;
+using Restorer::Move;
+// What happens between listing a move and putting it back.
+using Disturb = std::function<void(Move &)>;
 
 namespace {
 
@@ -64,17 +67,6 @@ CleanItem item(const QString &path)
     return item;
 }
 
-// What trash-list (a peer reading the same Trash) shows, or nullopt without it.
-std::optional<QString> peerListing()
-{
-    if (QStandardPaths::findExecutable(u"trash-list"_s).isEmpty())
-        return std::nullopt;
-    QProcess peer;
-    peer.start(u"trash-list"_s, {});
-    peer.waitForFinished(10'000);
-    return QString::fromUtf8(peer.readAllStandardOutput());
-}
-
 QStringList lines(const QString &path)
 {
     QFile file(path);
@@ -91,8 +83,15 @@ class TestRestore final : public QObject
 
     TestHome m_home;
     QString work() const { return m_home.file(u"work"_s); }
-    QString trashFiles() const { return m_home.file(u".local/share/Trash/files"_s); }
-    QString trashInfo() const { return m_home.file(u".local/share/Trash/info"_s); }
+    QString trash(const QString &in) const { return m_home.file(u".local/share/Trash/"_s + in); }
+
+    // Rewrites the Trash's record of ~/work/item to name `original`.
+    void record(const QString &original) const
+    {
+        QFile file(trash(u"info/item.trashinfo"_s));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("[Trash Info]\nPath=" + QFile::encodeName(original) + '\n');
+    }
 
     // Cleans the given entries below ~/work as large files; every one must move.
     void clean(const QStringList &names, const System &system) const
@@ -103,7 +102,7 @@ class TestRestore final : public QObject
         QCOMPARE(Cleaner::remove(items, system).count, names.size());
     }
 
-    static Restorer::Outcome restoreOne(const System &system, const Restorer::Move &move)
+    static Restorer::Outcome restoreOne(const System &system, const Move &move)
     {
         return Restorer::restore({move}, system).items.value(0);
     }
@@ -126,45 +125,33 @@ private Q_SLOTS:
 
     void roundTrip_data()
     {
-        QTest::addColumn<QStringList>("layout");
-        QTest::addColumn<QStringList>("taken");
-        QTest::newRow("file") << QStringList{u"f.txt"_s} << QStringList{u"f.txt"_s};
-        QTest::newRow("folder") << QStringList{u"d/a"_s, u"d/sub/bb"_s, u"d/empty/"_s}
-                                << QStringList{u"d"_s};
-        QTest::newRow("links") << QStringList{u"abs>/etc/passwd"_s, u"dangling>nowhere"_s}
-                               << QStringList{u"abs"_s, u"dangling"_s};
-        QTest::newRow("names") << QStringList{u"a b/Ünïcødé 文件"_s, u"tab\tname"_s}
-                               << QStringList{u"a b/Ünïcødé 文件"_s, u"tab\tname"_s};
-        QTest::newRow("same name, two folders")
-            << QStringList{u"x/same"_s, u"y/same"_s, u"z/same.tar.gz"_s, u"w/same.tar.gz"_s}
-            << QStringList{u"x/same"_s, u"y/same"_s, u"z/same.tar.gz"_s, u"w/same.tar.gz"_s};
-        QTest::newRow("nested: folder after its child")
-            << QStringList{u"p/q/r"_s, u"p/s"_s} << QStringList{u"p/q/r"_s, u"p"_s};
+        QTest::addColumn<QString>("layout"); // as build() takes it, entries separated by "|"
+        QTest::addColumn<QString>("taken");
+        QTest::newRow("folder") << u"d/a|d/sub/bb|d/empty/"_s << u"d"_s;
+        QTest::newRow("files, links, names, one name in two folders")
+            << u"f|abs>/etc/passwd|dangling>no|a b/Ünï 文件|tab\tname|x/same|y/same"_s
+            << u"f|abs|dangling|a b/Ünï 文件|tab\tname|x/same|y/same"_s;
+        QTest::newRow("nested: folder after its child") << u"p/q/r|p/s"_s << u"p/q/r|p"_s;
     }
 
     void roundTrip()
     {
-        QFETCH(QStringList, layout);
-        QFETCH(QStringList, taken);
+        QFETCH(QString, layout);
+        QFETCH(QString, taken);
+        const QStringList names = taken.split(u'|');
         FakeSystem system(m_home.where());
-        build(work(), layout);
+        build(work(), layout.split(u'|'));
         const QStringList before = snapshot(work());
-        clean(taken, system);
-        QVERIFY(snapshot(work()) != before);
-
-        const QList<Restorer::Move> moves = Restorer::restorable(system);
-        QCOMPARE(moves.size(), taken.size());
-        const Restorer::Result result = Restorer::restore(moves, system);
-        QCOMPARE(result.count, taken.size());
+        clean(names, system);
+        const QList<Move> moves = Restorer::restorable(system);
+        QCOMPARE(moves.size(), names.size());
+        QCOMPARE(Restorer::restore(moves, system).count, names.size());
         QCOMPARE(snapshot(work()), before);
-        QCOMPARE(QDir(trashFiles()).entryList(anyEntry), QStringList());
-        QCOMPARE(QDir(trashInfo()).entryList(anyEntry), QStringList());
-        QVERIFY(Restorer::restorable(system).isEmpty());
+        QCOMPARE(QDir(trash(u"info"_s)).entryList(anyEntry), QStringList());
         const QStringList log = lines(m_home.where().removalLog());
-        QCOMPARE(log.size(), 2 * taken.size());
-        for (const QString &line : log.mid(taken.size()))
+        QCOMPARE(log.size(), 2 * names.size());
+        for (const QString &line : log.mid(names.size()))
             QCOMPARE(line.section(u'\t', 1, 2), u"restored\tlargeFiles"_s);
-        QVERIFY(!Restorer::parseLine(log.last()));
     }
 
     // Each case cleans ~/work/item, then disturbs something; the item must stay in the Trash
@@ -172,109 +159,76 @@ private Q_SLOTS:
     void refused_data()
     {
         QTest::addColumn<QString>("code");
-        QTest::addColumn<std::function<void(Restorer::Move &, const QString &info)>>("disturb");
-        using Disturb = std::function<void(Restorer::Move &, const QString &)>;
-        QTest::newRow("destination exists again")
-            << u"destinationExists"_s
-            << Disturb([this](Restorer::Move &, const QString &) { build(work(), {u"item"_s}); });
-        QTest::newRow("already put back by another tool")
-            << u"gone"_s << Disturb([this](Restorer::Move &m, const QString &) {
-                   QVERIFY(QFile::rename(m.trashedPath, work() + u"/elsewhere"_s));
-               });
-        QTest::newRow("forged: outside any Trash")
-            << u"notInTrash"_s << Disturb([](Restorer::Move &m, const QString &) {
-                   m.trashedPath = u"/etc/passwd"_s;
-               });
-        QTest::newRow("forged: a .Trash-uid that is no mount's top")
-            << u"notInTrash"_s << Disturb([this](Restorer::Move &m, const QString &) {
-                   const QString fake = m_home.file(u"v/.Trash-"_s) + QString::number(::geteuid());
-                   QVERIFY(QDir().mkpath(fake + u"/files"_s));
-                   QVERIFY(QFile::rename(m.trashedPath, fake + u"/files/item"_s));
-                   m.trashedPath = fake + u"/files/item"_s;
-               });
-        QTest::newRow("forged: the Trash's files/ is a link")
-            << u"throughLink"_s << Disturb([this](Restorer::Move &, const QString &) {
-                   QVERIFY(QFile::rename(trashFiles(), m_home.file(u"real"_s)));
-                   QVERIFY(QFile::link(m_home.file(u"real"_s), trashFiles()));
-               });
-        QTest::newRow("original's folder is now a link")
-            << u"throughLink"_s << Disturb([this](Restorer::Move &, const QString &) {
-                   QVERIFY(QFile::rename(work(), m_home.file(u"moved"_s)));
-                   QVERIFY(QFile::link(m_home.file(u"moved"_s), work()));
-               });
-        QTest::newRow("record names another place")
-            << u"recordMismatch"_s << Disturb([](Restorer::Move &, const QString &info) {
-                   QFile file(info);
-                   QVERIFY(file.open(QIODevice::WriteOnly));
-                   file.write(
-                       "[Trash Info]\nPath=/root/elsewhere\nDeletionDate=2026-01-01T00:00:00\n");
-               });
-        QTest::newRow("record missing")
-            << u"recordMismatch"_s
-            << Disturb([](Restorer::Move &, const QString &info) { QVERIFY(QFile::remove(info)); });
-        QTest::newRow("original inside the Trash")
-            << u"badOriginal"_s << Disturb([this](Restorer::Move &m, const QString &) {
-                   m.original = trashInfo() + u"/x"_s;
-               });
-        QTest::newRow("original not plain")
-            << u"badOriginal"_s << Disturb([this](Restorer::Move &m, const QString &) {
-                   m.original = work() + u"/../work/item"_s;
-               });
+        QTest::addColumn<Disturb>("disturb");
+        const auto row = [](const char *tag, const char *code, const Disturb &disturb) {
+            QTest::newRow(tag) << QString::fromLatin1(code) << disturb;
+        };
+        row("destination exists again", "destinationExists",
+            [this](Move &) { build(work(), {u"item"_s}); });
+        row("already put back by another tool", "gone",
+            [this](Move &m) { QVERIFY(QFile::rename(m.trashedPath, work() + u"/elsewhere"_s)); });
+        row("forged: outside any Trash", "notInTrash",
+            [](Move &m) { m.trashedPath = u"/etc/passwd"_s; });
+        row("forged: a .Trash-uid that is no mount's top", "notInTrash", [this](Move &m) {
+            const QString fake = m_home.file(u"v/.Trash-"_s) + QString::number(::geteuid());
+            QVERIFY(QDir().mkpath(fake + u"/files"_s));
+            QVERIFY(QFile::rename(m.trashedPath, fake + u"/files/item"_s));
+            m.trashedPath = fake + u"/files/item"_s;
+        });
+        row("forged: the Trash's files/ is a link", "throughLink", [this](Move &) {
+            QVERIFY(QFile::rename(trash(u"files"_s), m_home.file(u"real"_s)));
+            QVERIFY(QFile::link(m_home.file(u"real"_s), trash(u"files"_s)));
+        });
+        row("original's folder is now a link", "throughLink", [this](Move &) {
+            QVERIFY(QFile::rename(work(), m_home.file(u"moved"_s)));
+            QVERIFY(QFile::link(m_home.file(u"moved"_s), work()));
+        });
+        row("record names another place", "recordMismatch",
+            [this](Move &) { record(u"/root/elsewhere"_s); });
+        row("record missing", "recordMismatch",
+            [this](Move &) { QVERIFY(QFile::remove(trash(u"info/item.trashinfo"_s))); });
+        row("folder missing outside home", "parentMissing", [this](Move &m) {
+            record(m.original = u"/quorvel-restore-%1/item"_s.arg(::getpid()));
+        });
+        row("original inside the Trash", "badOriginal",
+            [this](Move &m) { m.original = trash(u"info/x"_s); });
+        row("original not plain", "badOriginal",
+            [this](Move &m) { m.original = work() + u"/../work/item"_s; });
     }
 
     void refused()
     {
         QFETCH(QString, code);
-        QFETCH(std::function<void(Restorer::Move &, const QString &)>, disturb);
+        QFETCH(Disturb, disturb);
         FakeSystem system(m_home.where());
         build(work(), {u"item"_s});
         clean({u"item"_s}, system);
-        Restorer::Move move = Restorer::restorable(system).value(0);
+        Move move = Restorer::restorable(system).value(0);
         QVERIFY(!move.trashedPath.isEmpty());
-        disturb(move, trashInfo() + u"/item.trashinfo"_s);
+        disturb(move);
         const QStringList home = snapshot(m_home.path());
 
         const Restorer::Outcome outcome = restoreOne(system, move);
         QCOMPARE(Restorer::code(outcome), code);
         QVERIFY(!Words::reason(outcome).isEmpty());
-        QCOMPARE(snapshot(m_home.path()).filter(u"/work"_s), home.filter(u"/work"_s));
-        QCOMPARE(lines(m_home.where().removalLog()).size(), 1); // no restore line
+        QCOMPARE(snapshot(m_home.path()), home); // not even a restore line
         if (code != u"gone" && code != u"destinationExists")
             QVERIFY2(system.checkRestore(move.trashedPath, move.original, m_home.path(), true) !=
                          Platform::RestoreFailure::none,
                      "listed although it cannot go back");
     }
 
-    void missingFolder_data()
-    {
-        QTest::addColumn<bool>("inHome");
-        QTest::newRow("inside home: made again, private") << true;
-        QTest::newRow("outside home: refused") << false;
-    }
-
+    // Inside the home folder a missing folder is made again, private.
     void missingFolder()
     {
-        QFETCH(bool, inHome);
         FakeSystem system(m_home.where());
         build(work(), {u"deep/er/item"_s});
         clean({u"deep/er/item"_s}, system);
-        Restorer::Move move = Restorer::restorable(system).value(0);
+        const Move move = Restorer::restorable(system).value(0);
         QVERIFY(QDir(work() + u"/deep"_s).removeRecursively());
-        const QString outside = u"/quorvel-restore-"_s + QString::number(::getpid());
-        if (!inHome) {
-            move.original = outside + u"/er/item"_s;
-            QFile info(trashInfo() + u"/item.trashinfo"_s);
-            QVERIFY(info.open(QIODevice::WriteOnly));
-            info.write("[Trash Info]\nPath=" + QFile::encodeName(move.original) + "\n");
-        }
-        const Restorer::Outcome outcome = restoreOne(system, move);
-        QCOMPARE(Restorer::code(outcome), inHome ? u"restored"_s : u"parentMissing"_s);
-        QCOMPARE(QFileInfo::exists(work() + u"/deep/er/item"_s), inHome);
-        QVERIFY(!QFileInfo::exists(outside));
-        QCOMPARE(QFileInfo::exists(move.trashedPath), !inHome);
-        struct stat st = {};
-        QCOMPARE(::stat(QFile::encodeName(work() + u"/deep"_s).constData(), &st) == 0, inHome);
-        QVERIFY(!inHome || (st.st_mode & 07777) == 0700);
+        QCOMPARE(Restorer::code(restoreOne(system, move)), u"restored"_s);
+        QCOMPARE(snapshot(work()), (QStringList{u"/deep 40700 "_s, u"/deep/er 40700 "_s,
+                                                u"/deep/er/item 100600 deep/er/item"_s}));
     }
 
     void raceHasOneWinner()
@@ -283,14 +237,14 @@ private Q_SLOTS:
         for (int round = 0; round < 40; ++round) {
             build(work(), {u"item"_s});
             clean({u"item"_s}, system);
-            const Restorer::Move move = Restorer::restorable(system).value(0);
+            const Move move = Restorer::restorable(system).value(0);
             Restorer::Outcome a, b;
             std::thread first([&] { a = restoreOne(system, move); });
             b = restoreOne(system, move);
             first.join();
             QCOMPARE(int(a.kind == Kind::restored) + int(b.kind == Kind::restored), 1);
             QVERIFY((a.kind == Kind::restored ? b.kind : a.kind) != Kind::failed);
-            QCOMPARE(QDir(trashFiles()).entryList(anyEntry), QStringList());
+            QCOMPARE(QDir(trash(u"files"_s)).entryList(anyEntry), QStringList());
             QVERIFY(QFile::remove(work() + u"/item"_s));
         }
     }
@@ -300,25 +254,20 @@ private Q_SLOTS:
         FakeSystem system(m_home.where());
         build(work(), {u"item"_s});
         clean({u"item"_s}, system);
-        const Restorer::Move move = Restorer::restorable(system).value(0);
-        constexpr uid_t nobody = 65534;
+        const Move move = Restorer::restorable(system).value(0);
+        const QStringList before = snapshot(m_home.path());
         const bool root = ::geteuid() == 0;
         if (root) { // permission bits bind root only once it is someone else
-            for (QDirIterator it(m_home.path(), anyEntry, QDirIterator::Subdirectories);
-                 it.hasNext();)
-                QVERIFY(::lchown(QFile::encodeName(it.next()).constData(), nobody, nobody) == 0);
-            QVERIFY(::lchown(QFile::encodeName(m_home.path()).constData(), nobody, nobody) == 0);
-            QVERIFY(::seteuid(nobody) == 0);
+            QCOMPARE(QProcess::execute(u"chown"_s, {u"-hR"_s, u"65534:65534"_s, m_home.path()}), 0);
+            QVERIFY(::seteuid(65534) == 0);
         }
-        QVERIFY(QFile::setPermissions(trashFiles(), QFile::ReadOwner | QFile::ExeOwner));
+        QVERIFY(QFile::setPermissions(trash(u"files"_s), QFile::ReadOwner | QFile::ExeOwner));
         const Restorer::Outcome outcome = restoreOne(system, move);
-        QVERIFY(QFile::setPermissions(trashFiles(),
+        QVERIFY(QFile::setPermissions(trash(u"files"_s),
                                       QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         QVERIFY(!root || ::seteuid(0) == 0);
         QCOMPARE(Restorer::code(outcome), u"permissionDenied"_s);
-        QVERIFY(QFileInfo::exists(move.trashedPath));
-        QVERIFY(QFileInfo::exists(trashInfo() + u"/item.trashinfo"_s));
-        QVERIFY(!QFileInfo::exists(work() + u"/item"_s));
+        QCOMPARE(snapshot(m_home.path()), before);
     }
 
     void parseLine_data()
@@ -360,16 +309,12 @@ private Q_SLOTS:
     void summaryShowsFiveThenCounts()
     {
         Restorer::Result result;
-        for (int i = 0; i < 9; ++i) {
-            Restorer::Outcome outcome;
-            outcome.shown = u"~/o"_s + QString::number(i);
-            outcome.kind = Kind::gone;
-            result.items.append(outcome);
-        }
+        for (int i = 0; i < 9; ++i)
+            result.items.emplace_back().shown = u"~/o"_s + QString::number(i); // failed
         const QStringList text = Words::restoreSummary(result).split(u'\n');
         QCOMPARE(text.size(), 7);
         QVERIFY(text.at(5).startsWith(u"~/o4: "_s));
-        QVERIFY(text.last().contains(u'4'));
+        QVERIFY(text.last().endsWith(u" 4 more"_s));
     }
 
     // Undo takes back the last removal only, never an earlier one, then scans again.
@@ -405,13 +350,11 @@ private Q_SLOTS:
     // The command line end to end: clean, list, restore since the clean, the tree is back.
     void commandLine()
     {
-        build(m_home.file(u"Library/Caches"_s), {u"com.a/x/y"_s, u"com.b ü/z"_s, u"com.b ü/l>z"_s});
-        const QStringList before = snapshot(m_home.file(u"Library/Caches"_s));
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment(); // HOME: ours
-        env.insert(u"LANG"_s, u"C.UTF-8"_s);
-        const auto run = [&](const QStringList &arguments) {
+        const QString caches = m_home.file(u"Library/Caches"_s);
+        build(caches, {u"com.a/x/y"_s, u"com.b ü/z"_s, u"com.b ü/l>z"_s});
+        const QStringList before = snapshot(caches);
+        const auto run = [](const QStringList &arguments) { // in the test's home
             QProcess process;
-            process.setProcessEnvironment(env);
             process.setStandardInputFile(QProcess::nullDevice());
             process.start(QStringLiteral(QUORVEL_CLI_PATH), arguments);
             process.waitForFinished(30'000);
@@ -422,18 +365,12 @@ private Q_SLOTS:
         QCOMPARE(run({u"clean"_s, u"cleanup"_s, u"--yes"_s}).first, 0);
         const QString listed = run({u"restore"_s, u"--list"_s}).second;
         QCOMPARE(listed.count(u'\n'), 2);
-        QVERIFY(listed.contains(m_home.file(u"Library/Caches/com.b ü"_s)));
-        const std::optional<QString> peerBefore = peerListing();
-        QVERIFY(!peerBefore || peerBefore->contains(u"com.a"_s));
+        QVERIFY(listed.contains(caches + u"/com.b ü"_s));
         QCOMPARE(run({u"restore"_s, u"--since"_s, since}).first, 2); // no terminal, no --yes
         QCOMPARE(run({u"restore"_s, m_home.file(u"nowhere"_s), u"--yes"_s}).first, 2);
         QCOMPARE(run({u"restore"_s, u"--since"_s, since, u"--yes"_s}).first, 0);
-        QCOMPARE(snapshot(m_home.file(u"Library/Caches"_s)), before);
+        QCOMPARE(snapshot(caches), before);
         QCOMPARE(run({u"restore"_s, u"--list"_s}).second, QString());
-        const std::optional<QString> peerAfter = peerListing();
-        QVERIFY(!peerAfter || !peerAfter->contains(u"com.a"_s));
-        if (!peerAfter)
-            QSKIP("trash-list is not installed: the peer's view was not checked");
     }
 };
 
