@@ -106,8 +106,6 @@ public:
                    : QStringList();
     }
     QStringList logLines() const { return lines(u"Library/Logs/Quorvel/removals.log"_s); }
-    // The fake brew's calls: each one's arguments "|"-terminated, a line each.
-    QStringList brewCalls() const { return lines(u"bin/brew-calls"_s); }
 
     Run cli(const Case &c, const QString &folder = {},
             const std::function<void()> &whileAsking = {}) const
@@ -176,7 +174,7 @@ private Q_SLOTS:
     void commands_data()
     {
         QTest::addColumn<Case>("c");
-        QTest::addColumn<QString>("calls"); // brew's, separated by spaces
+        QTest::addColumn<QString>("calls"); // brew's calls, space-separated; arguments end in "|"
         QTest::addColumn<bool>("brew");
         const auto add = [](const char *name, const Case &c, const char *calls = "",
                             bool brew = true) {
@@ -193,8 +191,7 @@ private Q_SLOTS:
         add("unknown command", row("frobnicate", 2, "unknown command|usage: quorvel-cli "));
         add("no category", row("check /x", 2, "--category|usage: quorvel-cli check"));
         add("no category value", row("check /x --category", 2, "needs a value"));
-        add("unknown category", row("check --category LargeFiles /x", 2, "unknown category"));
-        add("category like an option", row("check --category --json /x", 2, "category --json"));
+        add("option as value", row("check --category --json /x", 2, "unknown category --json"));
         add("no path", row("check --category logs", 2, "no path"));
         add("unknown option", row("check --category logs --jsn /x", 2, "unknown option --jsn"));
         add("not a page", row("scan overview", 2, "unknown page overview|usage: quorvel-cli scan"));
@@ -260,15 +257,14 @@ private Q_SLOTS:
         QCOMPARE(run.status, c.status);
         const QString &shown = c.status == 2 ? run.err : run.out;
         QVERIFY2((c.status == 2 ? run.out : run.err).isEmpty(), qPrintable(run.out + run.err));
-        const auto json = [](const QString &text) {
-            return QJsonDocument::fromJson(text.toUtf8());
-        };
         if (c.status != 2 && c.arguments.contains(u"--json"_s))
-            QVERIFY2(json(shown) == json(home.expand(c.said)), qPrintable(shown));
+            QVERIFY2(QJsonDocument::fromJson(shown.toUtf8()) ==
+                         QJsonDocument::fromJson(home.expand(c.said).toUtf8()),
+                     qPrintable(shown));
         else
             for (const QString &text : c.said.split(u'|'))
                 QVERIFY2(shown.contains(home.expand(text)), qPrintable(shown));
-        QCOMPARE(home.brewCalls(), words(calls));
+        QCOMPARE(home.lines(u"bin/brew-calls"_s), words(calls));
     }
 
     void scan()
@@ -321,7 +317,6 @@ private Q_SLOTS:
         add("y", row("clean cleanup", 0, "Move 5 item(s), |Moved 5", en, "y\n"), all);
         add("YES", row("clean cleanup", 0, "Moved 5 item(s)", en, "YES\n"), all);
         add("n", row("clean cleanup", 1, "Nothing was moved.", en, "n\n"));
-        add("just return", row("clean cleanup", 1, "Nothing was moved.", en, "\n"));
         add("anything else", row("clean cleanup", 1, "Nothing was moved.", en, "sure\n"));
         add("end of input", row("clean cleanup", 1, "Nothing was moved.", en, "\x04"));
         add("dry run", row("clean cleanup --dry-run", 0, "Total: 5 item(s)|nothing was moved"));
@@ -427,11 +422,12 @@ private Q_SLOTS:
         QFETCH(QString, trash);
         QFETCH(QStringList, left);
         Home home(m_home->path());
-        QCOMPARE(home.cli(row("trash --json", 0, "")).json()[u"count"_s].toInteger(-1), 0);
         if (trash != u"none") {
             home.file(u".local/share/Trash/files/a"_s, "a");
             home.file(u".local/share/Trash/files/b/c"_s, "c");
         }
+        const qint64 count = trash == u"none" ? 0 : 2; // a plain listing empties nothing
+        QCOMPARE(home.cli(row("trash --json", 0, "")).json()[u"count"_s].toInteger(-1), count);
         const QString stuck = home.path(u".local/share/Trash/files/a"_s);
         const bool immutable = trash.endsWith(u"stuck"_s);
         if (immutable && QProcess::execute(u"chattr"_s, {u"+i"_s, stuck}) != 0)
@@ -457,7 +453,6 @@ private Q_SLOTS:
         Home home(m_home->path());
         const Run run = home.cli(row("health --json", 0, ""));
         QCOMPARE(run.status, 0);
-        QVERIFY2(run.err.isEmpty(), qPrintable(run.err));
         const QJsonObject json = run.json();
         const double load = json[u"cpuLoad"_s].toDouble(-1);
         QVERIFY2(load >= 0 && load <= 100, qPrintable(QString::number(load)));
