@@ -44,10 +44,13 @@ for tool in Xvfb xdotool python3 awk sort getconf; do
     command -v "$tool" >/dev/null || die "$tool is missing (bash scripts/install-deps.sh)"
 done
 PYTHON=$(command -v python3)
+# shellcheck source=bench/cputime.sh
+source "$(dirname "${BASH_SOURCE[0]}")/cputime.sh"
 TICK=$(getconf CLK_TCK)
 PAGE_KIB=$(($(getconf PAGESIZE) / 1024))
 
 WORK=$(mktemp -d "${TMPDIR:-/var/tmp}/quorvel-appbench.XXXXXX")
+CPUTIME_FILE=$WORK/times
 PIDS=()
 cleanup() {
     local pid
@@ -97,7 +100,7 @@ app_env() {
 # xdotool sees exactly that window, ends APP with SIGTERM and requires a clean exit.
 # x11.py close WINDOW: asks WINDOW to close the way a window manager's close button does.
 cat >"$WORK/x11.py" <<'PY'
-import ctypes as C, os, select, signal, subprocess, sys, time
+import ctypes as C, os, resource, select, signal, subprocess, sys, time
 
 X = C.cdll.LoadLibrary("libX11.so.6")
 X.XOpenDisplay.restype = C.c_void_p
@@ -153,8 +156,13 @@ def name(window):
                 return text
     return ""
 
+def children_cpu():
+    r = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return r.ru_utime + r.ru_stime
+
 def launch(argv):
     X.XSelectInput(display, X.XDefaultRootWindow(display), SUBSTRUCTURE_NOTIFY)
+    cpu0 = children_cpu()
     X.XSync(display, 0)
     fd = X.XConnectionNumber(display)
     start = time.monotonic()
@@ -172,8 +180,10 @@ def launch(argv):
         X.XNextEvent(display, C.byref(event))
         if event.type == MAP_NOTIFY and name(event.xmap.window) == "Quorvel":
             shown = time.monotonic()
+    tool0 = children_cpu()
     seen = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^Quorvel$"],
                           capture_output=True, text=True).stdout.split()
+    tool = children_cpu() - tool0
     app.send_signal(signal.SIGTERM)
     try:
         status = app.wait(5)
@@ -184,7 +194,8 @@ def launch(argv):
         fail("xdotool sees %d visible Quorvel windows, not 1" % len(seen))
     if status != 0:
         fail("the app exited with %d: %s" % (status, app.stderr.read().decode(errors="replace")))
-    print("%.1f" % ((shown - start) * 1000))
+    # Wall time to the window; CPU time (user + system) of the whole run, quitting included.
+    print("%.1f %.1f" % ((shown - start) * 1000, (children_cpu() - cpu0 - tool) * 1000))
 
 def close(window):
     event = Event()
@@ -253,12 +264,15 @@ echo "xdotool: $(env "${X_ENV[@]}" xdotool version 2>/dev/null | head -n 1)"
 
 echo "== launch to the tools window, $LAUNCHES launches, each with a fresh HOME"
 LAUNCH_MS=()
+LAUNCH_CPU=()
 for i in $(seq "$LAUNCHES"); do
     app_env "$WORK/launch$i"
-    ms=$(env "${ISOLATED[@]}" "$PYTHON" "$WORK/x11.py" launch "$APP") || exit 1
+    times=$(env "${ISOLATED[@]}" "$PYTHON" "$WORK/x11.py" launch "$APP") || exit 1
+    read -r ms cpu <<<"$times"
     LAUNCH_MS+=("$ms")
+    LAUNCH_CPU+=("$cpu")
     rm -rf "$WORK/launch$i"
-    echo "   launch $i: $ms ms"
+    echo "   launch $i: $ms ms wall, $cpu ms CPU (start to quit)"
 done
 
 # --- 2: the clean-up page with 10,000 items -------------------------------------------
@@ -273,10 +287,17 @@ for i in range(count):
     with open(os.path.join(caches, "cache-%05d.bin" % i), "wb") as f:
         f.write(b"q" * (100 + i % 3000))
 PY
+read_children_cpu
+ui_cpu0=$CHILD_CPU_US
+ui_start=$EPOCHREALTIME
 env "${ISOLATED[@]}" "$UIBENCH" "$ITEMS" "$UI_ROUNDS" >"$WORK/ui.out" 2>"$WORK/ui.err" || {
     cat "$WORK/ui.out" "$WORK/ui.err" >&2
     exit 1
 }
+ui_end=$EPOCHREALTIME
+read_children_cpu
+UI_WALL_MS=$(awk -v a="$ui_start" -v b="$ui_end" 'BEGIN { printf "%.0f", (b - a) * 1000 }')
+UI_CPU_MS=$(((CHILD_CPU_US - ui_cpu0) / 1000))
 ui_field() { awk -v k="$1" '$1 == k { $1 = ""; print substr($0, 2) }' "$WORK/ui.out"; }
 read -ra SHOWN <<<"$(ui_field shown_ms)"
 read -ra NONE <<<"$(ui_field none_ms)"
@@ -286,6 +307,7 @@ echo "   page shown after the scan (ms): ${SHOWN[*]}"
 echo "   None until repainted (ms):      ${NONE[*]}"
 echo "   All until repainted (ms):       ${ALL[*]}"
 echo "   widgets on the page:            $WIDGETS"
+echo "   the whole run (scan, $UI_ROUNDS rounds): $UI_WALL_MS ms wall, $UI_CPU_MS ms CPU"
 rm -rf "$WORK/page"
 
 # --- 3: idle with no window open ------------------------------------------------------
@@ -349,6 +371,7 @@ GROWTH_KIB=$((RSS_END - RSS_AT_60))
 mb() { awk -v k="$1" 'BEGIN { printf "%.1f", k * 1024 / 1e6 }'; }
 row() { printf '%-44s %-24s %-18s %s\n' "$@"; }
 echo
+echo "load after: $(cut -d' ' -f1-3 /proc/loadavg) (1, 5, 15 min)"
 echo "== desktop app cost (Xvfb, tools window $WINDOW_STATE while idle)"
 row "measure" "value" "goal" "result"
 row "idle CPU, ${IDLE} s average (% of one core)" "$CPU_PCT %" "<= $GOAL_CPU_PCT %" \
@@ -363,6 +386,7 @@ row "idle VmRSS growth, minute 1 to the end" "$GROWTH_KIB KiB" "<= $GROWTH_SLACK
 LAUNCH_MEDIAN=$(median "${LAUNCH_MS[@]}")
 row "launch to tools window, median of $LAUNCHES" "$LAUNCH_MEDIAN ms (max $(largest "${LAUNCH_MS[@]}"))" \
     "<= $GOAL_LAUNCH_MS ms" "$(verdict "$LAUNCH_MEDIAN" "$GOAL_LAUNCH_MS")"
+row "  its CPU time, start to quit, median" "$(median "${LAUNCH_CPU[@]}") ms" "" ""
 for pair in "page shown after scan:SHOWN" "section None until repainted:NONE" \
     "section All until repainted:ALL"; do
     label=${pair%%:*}
@@ -372,5 +396,6 @@ for pair in "page shown after scan:SHOWN" "section None until repainted:NONE" \
         "$(awk -v v="$m" -v g="$GOAL_UI_MS" 'BEGIN { print ((v + 0 < g + 0) ? "PASS" : "MISS") }')"
     unset -n times
 done
+row "page bench, whole run: wall / CPU" "$UI_WALL_MS ms / $UI_CPU_MS ms" "" ""
 row "widgets on the page with $ITEMS items" "$WIDGETS" "< $GOAL_WIDGETS" \
     "$(awk -v v="$WIDGETS" -v g="$GOAL_WIDGETS" 'BEGIN { print ((v + 0 < g + 0) ? "PASS" : "MISS") }')"
