@@ -86,12 +86,39 @@ def mutations(path, lines, covered):
 
 def replayed(log, tree):
     """The mutants a previous run planted, from its "[i/N] verdict file:line name" lines. A
-    line with the same operator twice yields both."""
+    line with the same operator twice yields both. Each line is found again by its text in
+    the tree now (the nearest copy in the same file), so later edits that move lines keep
+    the comparison; a line that is gone is reported and left out."""
     chosen = []
+    rev = re.search(r"^mutants: (\S+) copied to", log, re.M)
     for match in re.finditer(r"^\[\d+/\d+\] +(?:killed|survived|timed out|did not compile) +"
                              r"(\S+):(\d+) (.+?) \(", log, re.M):
         rel, number, name = match.group(1), int(match.group(2)), match.group(3)
-        lines = (tree / rel).read_text().splitlines(keepends=True)
+        path = tree / rel
+        lines = path.read_text().splitlines(keepends=True) if path.exists() else []
+        if rev:
+            then = subprocess.run(["git", "show", f"{rev.group(1)}:{rel}"], cwd=ROOT,
+                                  capture_output=True, text=True).stdout.splitlines(keepends=True)
+            text = then[number - 1] if number <= len(then) else None
+            same = [i + 1 for i, line in enumerate(lines) if line == text]
+            if not same and text and text.strip():  # moved to another file: found once there
+                elsewhere = [(f, i + 1) for f in sorted((tree / "src").rglob("*.cpp"))
+                             for i, line in enumerate(f.read_text().splitlines(keepends=True))
+                             if line == text]
+                if len(elsewhere) == 1:
+                    moved_to = str(elsewhere[0][0].relative_to(tree))
+                    print(f"mutants: {rel}:{number} is now {moved_to}:{elsewhere[0][1]}",
+                          flush=True)
+                    rel, path = moved_to, elsewhere[0][0]
+                    lines = path.read_text().splitlines(keepends=True)
+                    same = [elsewhere[0][1]]
+            if not same:
+                print(f"mutants: {rel}:{number} ({name}) is gone from the tree", flush=True)
+                continue
+            moved = min(same, key=lambda i: abs(i - number))
+            if moved != number:
+                print(f"mutants: {rel}:{number} is now line {moved}", flush=True)
+            number = moved
         probe = number - 1 if name == "statement after if dropped" else number
         chosen += [m for m in mutations(rel, lines, {probe}) if m[1] == number and m[2] == name]
     return chosen
