@@ -211,6 +211,8 @@ private Q_SLOTS:
         const Restorer::Outcome outcome = restoreOne(system, move);
         QCOMPARE(Restorer::code(outcome), code);
         QVERIFY(!Words::reason(outcome).isEmpty());
+        if (code == u"destinationExists" || code == u"gone") // listed while the Trash holds it
+            QCOMPARE(Restorer::restorable(system).size(), code == u"gone" ? 0 : 1);
         QCOMPARE(snapshot(m_home.path()), home); // not even a restore line
         if (code != u"gone" && code != u"destinationExists")
             QVERIFY2(system.checkRestore(move.trashedPath, move.original, m_home.path(), true) !=

@@ -118,8 +118,13 @@ QList<Move> restorable(const System &system)
         if (!acceptableOriginal(move.original, system))
             continue;
         const QString anchor = SafetyGuard::anchor(move.original, where);
-        if (system.checkRestore(move.trashedPath, move.original, anchor, anchor == where.home()) !=
-            Platform::RestoreFailure::none)
+        using F = Platform::RestoreFailure;
+        const F check =
+            system.checkRestore(move.trashedPath, move.original, anchor, anchor == where.home());
+        // Listed while the Trash provably holds it: what stands in the way at the original
+        // place is the restore's outcome to report, not a reason to hide the move.
+        if (check != F::none && check != F::destinationExists && check != F::parentMissing &&
+            check != F::permissionDenied && check != F::crossDevice)
             continue;
         seen.insert(move.trashedPath);
         result.append(move);
