@@ -601,6 +601,19 @@ private Q_SLOTS:
         QVERIFY(Cleaner::largeFiles(allocated(at(u"huge"_s)) + 1, {}, m_home->where()).isEmpty());
     }
 
+    // A hostile file's nesting is cut at a fixed depth, not followed as far as it goes.
+    void plistDepth()
+    {
+        const QByteArray deep = "<plist><dict><key>k</key>" + QByteArray("<array>").repeated(70) +
+                                "<string>x</string>" + QByteArray("</array>").repeated(70) +
+                                "</dict></plist>";
+        QVariant v = PlistReader::parseDictionary(deep, {u"k"_s}).value_or(QVariantMap())[u"k"_s];
+        int depth = 0;
+        for (; v.typeId() == QMetaType::QVariantList && !v.toList().isEmpty(); ++depth)
+            v = v.toList().first();
+        QCOMPARE(depth, 63);
+    }
+
     // Progress counts each visible entry once; a package and Library at the top are one.
     void largeFileProgress()
     {
