@@ -2,13 +2,17 @@
 #include "common/TestHome.h"
 #include "support/FakeSystem.h"
 
+#include "core/cleanup/CleanScanners.h"
 #include "core/disk/DiskScanner.h"
 #include "core/types/DiskUsage.h"
+#include "platform/DateText.h"
 
 #include <QScopeGuard>
 
 using namespace Qt::StringLiterals;
 using namespace FileTree;
+
+const QDateTime kNow(QDate(2025, 6, 1), QTime(12, 0), Qt::UTC);
 
 class DiskTest : public QObject
 {
@@ -166,6 +170,107 @@ private Q_SLOTS:
         const DiskUsage root = DiskUsage::of(u"/"_s), missing = DiskUsage::of(at(u"no/such"_s));
         QVERIFY(root.total > 0 && root.free >= 0 && root.free <= root.total);
         QVERIFY(missing.total == 0 && missing.free == 0 && DiskUsage::of(QString()).total == 0);
+    }
+
+    // Everywhere in the home folder but the skipped places, packages, protected types and
+    // links; judged by allocation; largest first.
+    void largeFiles()
+    {
+        const QStringList listed{u"Deep/Library/big"_s, u"Movies/film.mov"_s,
+                                 u"Projects/node_modules/big"_s, u"disk.dmg"_s};
+        for (const QString &path :
+             listed + QStringList{u"node_modules"_s, u"Library/Caches/big"_s, u".hidden/big"_s,
+                                  u"Movies/.secret.mov"_s, u"VMs/box.utm/disk.img"_s,
+                                  u"Tool.APP/Contents/big"_s, u"Disk.sparseimage"_s, u"x.VMDK"_s,
+                                  u"Old/Backups.backupdb/m/big"_s, u"Backups.backupdb.zip"_s})
+            QVERIFY2(writeFile(at(path), 300'000) > 0, qPrintable(path));
+        const qint64 size = allocated(at(u"disk.dmg"_s));
+        QVERIFY(write(QFile::encodeName(at(u"Movies/"_s)) + "bad\xff.bin",
+                      QByteArray(300'000, 'x')) > 0);
+        QVERIFY(writeFile(at(u"huge"_s), 900'000) > size &&
+                makeLink(at(u"Movies/film.mov"_s), at(u"Movies/link.mov"_s)));
+        QFile dmg(at(u"disk.dmg"_s));
+        QVERIFY(dmg.open(QIODevice::ReadWrite) &&
+                dmg.setFileTime(kNow, QFile::FileModificationTime));
+        const QList<CleanItem> found = Cleaner::largeFiles(size, {}, m_home->where());
+        QStringList paths;
+        for (const CleanItem &item : found) {
+            QVERIFY(item.category == CleanCategory::largeFiles &&
+                    item.method == CleanMethod::trash && item.bytes == allocated(item.path));
+            paths.append(item.path.mid(m_home->path().size() + 1));
+        }
+        QCOMPARE(paths.takeFirst(), u"huge"_s);
+        paths.sort();
+        QCOMPARE(paths, listed);
+        for (const CleanItem &item : found)
+            QVERIFY(item.title != u"disk.dmg" ||
+                    item.subtitle == u"~ · "_s + Platform::mediumDate(kNow));
+        QVERIFY(Cleaner::largeFiles(allocated(at(u"huge"_s)) + 1, {}, m_home->where()).isEmpty());
+    }
+
+    // Progress counts each visible entry once; a package and Library at the top are one.
+    void largeFileProgress()
+    {
+        const QByteArray first = QFile::encodeName(at(u"many/0"_s));
+        for (const QString &file :
+             {u"Foo.app/c/1"_s, u"Library/x/1"_s, u".hidden/1"_s, u"many/.dot"_s})
+            QCOMPARE(writeFile(at(file), 0), 0);
+        QCOMPARE(write(first, {}), 0);
+        for (int i = 1; i < 1997; ++i)
+            QCOMPARE(::link(first, first.chopped(1) + QByteArray::number(i)), 0);
+        QList<qint64> reports;
+        Cleaner::largeFiles(
+            1LL << 40, [&](qint64 n) { reports.append(n); }, m_home->where());
+        QTRY_COMPARE(reports, QList<qint64>{2000});
+    }
+
+    // Shared out over threads, the walk lists and counts what the depth-first walk does, in
+    // its order: equal sizes (hard links) spread over wide and deep folders, next to every
+    // place the rules cut off.
+    void largeFilesInParallel_data()
+    {
+        QTest::addColumn<int>("threads");
+        for (int threads : {2, 3, 4})
+            QTest::addRow("%d threads", threads) << threads;
+    }
+    void largeFilesInParallel()
+    {
+        QFETCH(int, threads);
+        const QByteArray first = QFile::encodeName(at(u"seed.bin"_s));
+        const qint64 size = write(first, QByteArray(200'000, 'q'));
+        QVERIFY(size > 0);
+        QByteArrayList deep{QFile::encodeName(at(u"Deep"_s))};
+        while (deep.size() < 30)
+            deep.append(deep.last() + "/l" + QByteArray::number(deep.size()));
+        const QByteArray home = QFile::encodeName(m_home->path());
+        for (int i = 0; i < 60; ++i) {
+            const QByteArray n = QByteArray::number(i);
+            const QByteArray folder = home + "/W" + QByteArray::number(i % 7) + "/d" + n;
+            for (const QByteArray &leaf :
+                 {folder + "/big" + n, folder + "/e/" + n, deep[i % 30] + "/b" + n}) {
+                makeParents(leaf + "/x");
+                for (int k = 0; k < 12; ++k)
+                    QCOMPARE(::link(first, leaf + "/" + QByteArray::number(k)), 0);
+            }
+        }
+        for (const char *edge : {"/Library/l", "/.hid/l", "/W1/A.app/l", "/W2/x.vmdk", "/W3/\xff/l",
+                                 "/W4/Library/l"}) {
+            makeParents(home + edge);
+            QCOMPARE(::link(first, home + edge), 0);
+        }
+        const auto scan = [&](int walkThreads) {
+            QList<qint64> reports;
+            QStringList paths;
+            for (const CleanItem &item : Cleaner::largeFiles(
+                     size, [&](qint64 n) { reports.append(n); }, m_home->where(), walkThreads))
+                paths.append(item.path);
+            QCoreApplication::sendPostedEvents(); // every report was posted before the return
+            return std::pair(paths, reports);
+        };
+        const auto expected = scan(1);
+        QCOMPARE(expected.first.size(), 60 * 3 * 12 + 2);
+        QCOMPARE(expected.second, QList<qint64>{2000});
+        QCOMPARE(scan(threads), expected);
     }
 };
 
