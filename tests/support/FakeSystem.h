@@ -38,7 +38,7 @@ public:
     }
 
     Platform::TrashMove moveToTrash(const QString &path, const QString &anchor,
-                                    Platform::TrashBatch &batch) const override
+                                    [[maybe_unused]] Platform::TrashBatch &batch) const override
     {
         note(QStringLiteral("move ") + path);
         if (move)
@@ -46,7 +46,6 @@ public:
 #ifdef Q_OS_LINUX
         return batch.move(path, anchor);
 #else
-        Q_UNUSED(batch);
         return intoHomeTrash(path);
 #endif
     }
