@@ -3,11 +3,14 @@
 # same 10,000 small files and 1,000 small folders from ~/Library/Caches to the XDG Trash,
 # and checks after every run that each item landed in the Trash exactly once. Wall and CPU
 # time (user + system of the process and its children) side by side. The file system's
-# floor is measured in our runs too: creating and writing one small file per item in a
-# fresh folder of the same file system, which no XDG Trash move can avoid. Each of our
-# runs then puts everything back from the log (quorvel-removebench --restore) and checks
-# that the tree is byte-identical again, modes and link targets included, with no
-# .trashinfo left; its time is reported beside the removal's.
+# floor is measured in our runs too, just before the removal: creating and writing one
+# small file per item in a fresh folder of the same file system, which no XDG Trash move
+# can avoid. After all timed runs, each of our runs puts everything back from the log
+# (quorvel-removebench --restore) and checks that the tree is byte-identical again, modes
+# and link targets included, with no .trashinfo left; its time is reported beside the
+# removal's. Nothing is deleted until the timed runs are over: on an ext4 without a journal
+# a new file skips every inode freed in the last half minute, so deleting one run's tree
+# would slow the next run's file creation, whichever tool it is.
 #   bash bench/remove.sh [path/to/quorvel-removebench]
 # Environment: REMOVE_RUNS (timed runs per tool, at least 5; default 5).
 # Every run gets a fresh HOME inside one temporary folder with an identical tree; nothing
@@ -301,6 +304,7 @@ TOOLS=(ours trash-put)
 declare -A LABEL=([ours]="quorvel Cleaner::remove" [gio]="gio trash" [trash-put]="trash-put")
 declare -A SAMPLES CPU_SAMPLES REMOVE_SAMPLES SIZE_SAMPLES
 RESTORE_SAMPLES= RESTORE_ONLY= RESTORE_LIST= FLOOR_SAMPLES= FLOOR_RATIOS= REMOVE_CPU=
+PENDING=() RENAME_SAMPLES=
 FAILED=0
 
 # The children's user + system time as `times` reports it (builtin, so nothing is forked
@@ -308,13 +312,18 @@ FAILED=0
 cpu_us() { awk 'NR == 2 { t = 0; for (i = 1; i <= 2; i++) { split($i, p, "m"); sub("s", "", p[2]); t += p[1] * 60 + p[2] } printf "%.0f", t * 1e6 }' "$1"; }
 
 run_one() { # tool, timed (0/1)
-    local tool=$1 timed=$2 t0 t1 rc=0 out verdict log=
+    local tool=$1 timed=$2 t0 t1 rc=0 out verdict log= faults=()
     fresh_home
     [ "$TREE" = "$ITEMS $REGULAR $SIZE $ALLOCATED" ] || die "tree differs between runs: $TREE"
     out=$WORK/out$HOMES
     mapfile -d '' PATHS <"$RUN_HOME.items" # read before the clock starts
-    local manifest=
-    [ "$tool" = ours ] && manifest=$("$PYTHON" "$WORK/manifest.py" "$RUN_HOME")
+    local manifest= floor_ms= rename_ms=
+    if [ "$tool" = ours ]; then
+        manifest=$("$PYTHON" "$WORK/manifest.py" "$RUN_HOME")
+        floor_ms=$(floor_run "$out") || faults+=("floor run failed: $floor_ms")
+        read -r floor_ms rename_ms <<<"$floor_ms"
+        sync
+    fi
     times >"$WORK/cpu0"
     t0=${EPOCHREALTIME/[.,]/}
     case $tool in
@@ -325,7 +334,7 @@ run_one() { # tool, timed (0/1)
     t1=${EPOCHREALTIME/[.,]/}
     times >"$WORK/cpu1"
 
-    local elapsed=$((t1 - t0)) faults=() cpu
+    local elapsed=$((t1 - t0)) cpu
     cpu=$(($(cpu_us "$WORK/cpu1") - $(cpu_us "$WORK/cpu0")))
     [ "$rc" = 0 ] || faults+=("exit $rc: $(head -c 300 "$out.err")")
     if [ "$tool" = ours ]; then
@@ -343,18 +352,21 @@ run_one() { # tool, timed (0/1)
             REMOVE_SAMPLES[ours]+="$(value remove_ms) "
             REMOVE_CPU+="$(value remove_cpu_ms) "
             SIZE_SAMPLES[ours]+="$(value size_ms) "
+            FLOOR_SAMPLES+="$floor_ms "
+            RENAME_SAMPLES+="$rename_ms "
+            FLOOR_RATIOS+="$(awk -v a="$(value remove_ms)" -v b="$floor_ms" 'BEGIN { printf "%.3f", a / b }') "
         fi
     fi
     verdict=$("$PYTHON" "$WORK/check.py" "$RUN_HOME" "$RUN_HOME.items" "$REGULAR" "$SIZE" ${log:+"$log"}) ||
         verdict="checker failed"
     [ "$verdict" = ok ] || faults+=("$verdict")
-    [ "$tool" = ours ] && restore_check "$timed" "$manifest" "$out" && floor_run "$timed" "$out"
+    [ "$tool" = ours ] && PENDING+=("$timed|$manifest|$out|$RUN_HOME")
     if [ ${#faults[@]} -gt 0 ]; then
         FAILED=1
         printf 'MISMATCH %s run %s: %s\n' "${LABEL[$tool]}" "$HOMES" "${faults[*]}"
     fi
     [ "$timed" = 1 ] && SAMPLES[$tool]+="$elapsed " && CPU_SAMPLES[$tool]+="$cpu "
-    rm -rf "$RUN_HOME" "$RUN_HOME.items"
+    return 0
 }
 
 restore_check() { # timed, manifest before, output prefix: puts the run's tree back
@@ -380,20 +392,13 @@ restore_check() { # timed, manifest before, output prefix: puts the run's tree b
     return 0
 }
 
-floor_run() { # timed, output prefix: the floor on the restored tree of the same run
-    local out=$2.floor rc=0 floor_ms remove_ms
-    sync
+floor_run() { # output prefix: prints the floor's milliseconds on the run's fresh tree
+    local out=$1.floor rc=0
     HOME=$RUN_HOME "$BIN" --floor >"$out" 2>"$out.err" || rc=$?
-    floor_ms=$(awk '$1 == "floor_ms" { print $2 }' "$out")
     [ "$rc" = 0 ] && [ "$(awk '$1 == "items" { print $2 }' "$out")" = "$ITEMS" ] &&
-        [ "$(find "$RUN_HOME/floor" -name '*.trashinfo' | wc -l)" = "$ITEMS" ] ||
-        faults+=("floor run failed (exit $rc): $(head -c 300 "$out.err")")
-    if [ "$1" = 1 ]; then
-        remove_ms=$(awk '$1 == "remove_ms" { print $2 }' "$2")
-        FLOOR_SAMPLES+="$floor_ms "
-        FLOOR_RATIOS+="$(awk -v a="$remove_ms" -v b="$floor_ms" 'BEGIN { printf "%.3f", a / b }') "
-    fi
-    return 0
+        [ "$(find "$RUN_HOME/floor.moved" -name '*.trashinfo' | wc -l)" = "$ITEMS" ] ||
+        { echo "exit $rc: $(head -c 300 "$out.err")"; return 1; }
+    awk '$1 == "floor_ms" { f = $2 } $1 == "rename_ms" { r = $2 } END { print f, r }' "$out"
 }
 
 echo
@@ -404,6 +409,17 @@ for ((r = 0; r < RUNS; r++)); do
         run_one "${TOOLS[$(((r + i) % ${#TOOLS[@]}))]}" 1
     done
     echo "round $((r + 1)) of $RUNS done"
+done
+echo "load after the timed runs: $(cut -d' ' -f1-3 /proc/loadavg)"
+for pending in "${PENDING[@]}"; do # timed|manifest|output prefix|home
+    IFS='|' read -r timed manifest out RUN_HOME <<<"$pending"
+    faults=()
+    restore_check "$timed" "$manifest" "$out"
+    if [ ${#faults[@]} -gt 0 ]; then
+        FAILED=1
+        printf 'MISMATCH quorvel restore of %s: %s\n' "$RUN_HOME" "${faults[*]}"
+    fi
+    rm -rf "$RUN_HOME"
 done
 echo "checks: after every run Library/Caches empty; one .trashinfo per item naming it, one" \
     "files/ entry each, every file and byte of the tree inside; for quorvel also $ITEMS moved," \
@@ -453,8 +469,10 @@ FLOOR_RATIO=$(median "$FLOOR_RATIOS" | awk '{ printf "%.2f", $1 }')
 printf '%-26s %10s   %s\n' "floor: a file per item" "$FLOOR_MEDIAN" \
     "$(tr ' ' '\n' <<<"$FLOOR_SAMPLES" | grep . | awk '{ printf "%s%.0f", (NR > 1 ? " " : ""), $1 }')"
 echo "floor: create, write and close one .trashinfo-sized file per item in a fresh folder of" \
-    "the same file system, in our runs after the restore; Cleaner::remove / floor per run:" \
+    "the same file system, in our runs just before the removal; Cleaner::remove / floor per run:" \
     "$(tr ' ' '\n' <<<"$FLOOR_RATIOS" | grep . | tr '\n' ' ')"
+echo "floor and one rename per item: a rename of each new file into a second fresh folder adds" \
+    "$(median "$RENAME_SAMPLES") ms (runs: $(tr ' ' '\n' <<<"$RENAME_SAMPLES" | grep . | tr '\n' ' '))"
 RESTORE_MEDIAN=$(awk '{ printf "%.1f", $1 / 1000 }' <<<"$(median "$RESTORE_SAMPLES")")
 printf '%-26s %10s   %s\n' "quorvel restore (wall)" "$RESTORE_MEDIAN" \
     "$(tr ' ' '\n' <<<"$RESTORE_SAMPLES" | grep . | awk '{ printf "%s%.0f", (NR > 1 ? " " : ""), $1 / 1000 }')"
@@ -471,6 +489,10 @@ printf 'quorvel <= %sx %s (wall): %s ms vs %s ms = %sx   %s\n' "$GOAL_PEER" "${L
 printf 'Cleaner::remove <= %sx the floor (median of the per-run ratios): %s ms vs %s ms = %sx   %s\n' \
     "$GOAL_FLOOR" "$(median "${REMOVE_SAMPLES[ours]}")" "$FLOOR_MEDIAN" "$FLOOR_RATIO" \
     "$(verdict "$FLOOR_RATIO" "$GOAL_FLOOR")"
+printf 'for comparison, Cleaner::remove / (floor + rename): %s ms vs %s ms = %sx\n' \
+    "$(median "${REMOVE_SAMPLES[ours]}")" \
+    "$(awk -v a="$FLOOR_MEDIAN" -v b="$(median "$RENAME_SAMPLES")" 'BEGIN { printf "%.1f", a + b }')" \
+    "$(awk -v r="$(median "${REMOVE_SAMPLES[ours]}")" -v a="$FLOOR_MEDIAN" -v b="$(median "$RENAME_SAMPLES")" 'BEGIN { printf "%.2f", r / (a + b) }')"
 
 printf 'restore <= the removal (ours): %s ms vs %s ms   %s\n' "$RESTORE_MEDIAN" "${MEDIAN[ours]}" \
     "$(awk -v a="$RESTORE_MEDIAN" -v b="${MEDIAN[ours]}" 'BEGIN { print (a <= b ? "PASS" : "MISS") }')"

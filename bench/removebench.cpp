@@ -61,7 +61,8 @@ int usage()
                   "restore_ms.\n"
                   "--floor creates and writes one small file per entry of the folder in a\n"
                   "fresh folder $HOME/floor (what any XDG Trash must do per item): items,\n"
-                  "floor_ms, floor_cpu_ms.\n");
+                  "floor_ms, floor_cpu_ms; then renames each into $HOME/floor.moved:\n"
+                  "rename_ms.\n");
     return 2;
 }
 
@@ -101,14 +102,16 @@ int restoreAll()
     return failures.isEmpty() ? 0 : 1;
 }
 
-// The file system's floor for a Trash move: one new file of a .trashinfo's size per item.
+// The file system's floor for a Trash move: one new file of a .trashinfo's size per item,
+// then (apart) one rename of each such file into a second fresh folder.
 int floor(const QList<QByteArray> &names, const QByteArray &folder)
 {
-    if (::mkdir(folder.constData(), 0700) != 0) {
+    if (::mkdir(folder.constData(), 0700) != 0 || ::mkdir(folder + ".moved", 0700) != 0) {
         write(stderr, "quorvel-removebench: cannot make " + folder + '\n');
         return 1;
     }
     const int dir = ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int moved = ::open(folder + ".moved", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const double cpuStart = cpuMs();
     const Clock::time_point start = Clock::now();
     bool ok = dir >= 0;
@@ -121,9 +124,16 @@ int floor(const QList<QByteArray> &names, const QByteArray &folder)
         ok = ok && fd >= 0 && ::write(fd, text.constData(), size_t(text.size())) == text.size();
         ok = ::close(fd) == 0 && ok;
     }
-    std::printf("items %lld\nfloor_ms %.3f\nfloor_cpu_ms %.3f\n", (long long)names.size(),
-                msSince(start), cpuMs() - cpuStart);
+    const double floorMs = msSince(start), floorCpuMs = cpuMs() - cpuStart;
+    const Clock::time_point renameStart = Clock::now();
+    for (const QByteArray &name : names) {
+        const QByteArray file = name + ".trashinfo";
+        ok = ::renameat(dir, file.constData(), moved, file.constData()) == 0 && ok;
+    }
+    std::printf("items %lld\nfloor_ms %.3f\nfloor_cpu_ms %.3f\nrename_ms %.3f\n",
+                (long long)names.size(), floorMs, floorCpuMs, msSince(renameStart));
     ::close(dir);
+    ::close(moved);
     return ok ? 0 : 1;
 }
 
