@@ -419,8 +419,7 @@ for pending in "${PENDING[@]}"; do # timed|manifest|output prefix|home
         FAILED=1
         printf 'MISMATCH quorvel restore of %s: %s\n' "$RUN_HOME" "${faults[*]}"
     fi
-    rm -rf "$RUN_HOME"
-done
+done # the trees go with the work folder at the end, not between restores
 echo "checks: after every run Library/Caches empty; one .trashinfo per item naming it, one" \
     "files/ entry each, every file and byte of the tree inside; for quorvel also $ITEMS moved," \
     "0 failures, the tree's allocated bytes, one removal-log line per item; after each" \
