@@ -13,6 +13,9 @@ namespace Platform::NoLinkPath {
 // ELOOP or ENOTDIR when a component is a link or no folder, ENOENT when one is missing.
 int openFolder(const QByteArray &anchor, const QByteArray &relative);
 
+// The same below an anchor already open as `base`, which stays open and is not re-checked.
+int openBelow(int base, const QByteArray &relative);
+
 // True when a component of `relative` below `anchor` is a symbolic link. Checking stops at
 // the first component that does not exist (a later move fails on its own).
 bool passesThroughLink(const QByteArray &anchor, const QByteArray &relative);

@@ -6,6 +6,7 @@
 
 #include "platform/UserFolders.h"
 
+#include <memory>
 #include <optional>
 
 // Moving one item to the user's Trash. The move either lands inside a Trash or fails and
@@ -36,6 +37,25 @@ struct TrashMove
 // fail or leaves it moving the very entry that was there, never another. `path` must lie
 // below `anchor`; the anchor itself may be reached through links.
 TrashMove moveToTrash(const QString &path, const QString &anchor, const UserFolders &user);
+
+// Many moves as moveToTrash makes one, sharing what does not change between them: each
+// Trash is found, prepared and opened on its first use and held open for the batch, and
+// the anchors are opened once. Every item is still located and judged afresh; a Trash
+// that went away meanwhile is prepared again. Not for use from two threads at once.
+class TrashBatch final
+{
+public:
+    explicit TrashBatch(UserFolders user);
+    ~TrashBatch();
+    TrashBatch(const TrashBatch &) = delete;
+    TrashBatch &operator=(const TrashBatch &) = delete;
+
+    TrashMove move(const QString &path, const QString &anchor);
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
 
 // The folder holding the home Trash's items: ~/.Trash on macOS, the XDG home Trash's
 // files/ on Linux. It may not exist yet.

@@ -122,12 +122,13 @@ class TrashTest : public QObject
     TestHome m_home;
     QList<QStringList> m_undo; // commands that give back what a case bound or locked
     bool m_droppedRoot = false;
+    std::optional<Platform::TrashBatch> m_batch; // one per case, as a clean-up holds one
 
     static QStringList entries(const QString &folder) { return QDir(folder).entryList(anyEntry); }
     static Platform::UserFolders user() { return Locations::fromEnvironment().userFolders(); }
-    static Platform::TrashMove trashIt(const QString &path)
+    Platform::TrashMove trashIt(const QString &path)
     {
-        return Platform::moveToTrash(path, u"/"_s, user());
+        return (m_batch ? *m_batch : m_batch.emplace(user())).move(path, u"/"_s);
     }
     QString home(const QString &relative) const { return m_home.file(relative); }
     QString trash() const
@@ -142,9 +143,11 @@ class TrashTest : public QObject
     void trashLayout(const QStringList &layout)
     {
         build(home(u"work"_s), layout);
-        const qsizetype open = entries(u"/proc/self/fd"_s).size(); // a move keeps none open
+        const qsizetype open =
+            entries(u"/proc/self/fd"_s).size(); // a batch keeps none past its end
         for (const QString &name : entries(home(u"work"_s)))
             QVERIFY2(trashIt(home(u"work/"_s + name)).moved, qPrintable(name));
+        m_batch.reset();
         QCOMPARE(entries(u"/proc/self/fd"_s).size(), open);
     }
 
@@ -175,6 +178,7 @@ private Q_SLOTS:
 
     void init()
     {
+        m_batch.reset();
         qunsetenv("XDG_DATA_HOME");
         for (const QString &name : entries(m_home.path()))
             QVERIFY(QFile::remove(home(name)) || QDir(home(name)).removeRecursively());
@@ -382,6 +386,16 @@ private Q_SLOTS:
                  QFileInfo(scratch.path()).fileName() + u"/in shm.txt"_s);
     }
 
+    // The Trash a batch holds open may go meanwhile, whole or its files/: it is made again.
+    void batchOutlivesItsTrash()
+    {
+        build(home(u"work"_s), {u"a"_s, u"b"_s, u"c"_s});
+        QVERIFY(trashIt(home(u"work/a"_s)).moved && QDir(trash()).removeRecursively());
+        QVERIFY(trashIt(home(u"work/b"_s)).moved && QDir(files()).removeRecursively());
+        QCOMPARE(trashIt(home(u"work/c"_s)).trashedPath, files() + u"/c"_s);
+        QCOMPARE(entries(info()), QStringList({u"b.trashinfo"_s, u"c.trashinfo"_s}));
+    }
+
     // Two movers of items of one name: each item lands whole under a name of its own.
     void concurrentMovesNeverOverwrite()
     {
@@ -390,7 +404,7 @@ private Q_SLOTS:
         QList<Platform::TrashMove> moves(100);
         const auto run = [&, out = moves.data()](int first) {
             for (int i = first; i < 100; i += 2)
-                out[i] = trashIt(home(u"work/%1/same.txt"_s.arg(i)));
+                out[i] = Platform::moveToTrash(home(u"work/%1/same.txt"_s.arg(i)), u"/"_s, user());
         };
         std::jthread(run, 0), std::jthread(run, 1); // both joined at the end of the line
         for (int i = 0; i < 100; ++i) {

@@ -37,13 +37,14 @@ public:
         return m_asked;
     }
 
-    Platform::TrashMove moveToTrash(const QString &path, const QString &anchor) const override
+    Platform::TrashMove moveToTrash(const QString &path, const QString &anchor,
+                                    [[maybe_unused]] Platform::TrashBatch &batch) const override
     {
         note(QStringLiteral("move ") + path);
         if (move)
             return move(path, anchor);
 #ifdef Q_OS_LINUX
-        return Platform::moveToTrash(path, anchor, where().userFolders());
+        return batch.move(path, anchor);
 #else
         return intoHomeTrash(path);
 #endif

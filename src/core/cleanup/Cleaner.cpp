@@ -34,6 +34,8 @@ Failure failureOf(const Platform::TrashMove &move)
 Result remove(const QList<CleanItem> &items, const System &system)
 {
     const Locations &where = system.where();
+    Platform::TrashBatch batch(where.userFolders());
+    RemovalLog::Writer log(where);
     Result result;
     for (const CleanItem &item : items) {
         Outcome outcome;
@@ -45,7 +47,7 @@ Result remove(const QList<CleanItem> &items, const System &system)
             outcome.kind = Outcome::Kind::refused;
             outcome.refusal = refused;
         } else if (const Platform::TrashMove move =
-                       system.moveToTrash(standard, SafetyGuard::anchor(standard, where));
+                       system.moveToTrash(standard, SafetyGuard::anchor(standard, where), batch);
                    !move.moved) {
             outcome.failure = failureOf(move);
             outcome.errorCode = move.errorCode;
@@ -57,10 +59,8 @@ Result remove(const QList<CleanItem> &items, const System &system)
             result.bytes += item.bytes;
             const QString destination =
                 move.trashedPath.isEmpty() ? QStringLiteral("Trash") : move.trashedPath;
-            outcome.logFailure =
-                RemovalLog::append({rawValue(item.category), Fmt::bytes(item.bytes),
-                                    item.path + QStringLiteral(" → ") + destination},
-                                   where);
+            outcome.logFailure = log.append({rawValue(item.category), Fmt::bytes(item.bytes),
+                                             item.path + QStringLiteral(" → ") + destination});
         }
         result.items.append(std::move(outcome));
     }

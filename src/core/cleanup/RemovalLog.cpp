@@ -53,19 +53,13 @@ int openFolder(const Locations &where, bool create)
     return fd;
 }
 
-} // namespace
-
-std::optional<int> append(const QStringList &fields, const Locations &where)
+// The log opened for appending, or -1 with errno.
+int openLog(const Locations &where)
 {
-    QString line = QDateTime::currentDateTimeUtc().toString(Qt::ISODate);
-    for (const QString &field : fields)
-        line += u'\t' + PathText::escaped(field);
-    const QByteArray entry = (line + u'\n').toUtf8();
-
     const QByteArray file = QFile::encodeName(PathText::lastComponent(where.removalLog()));
     const int folder = openFolder(where, true);
     if (folder < 0)
-        return errno;
+        return -1;
     // O_APPEND makes every write land at the end, so concurrent removals interleave whole
     // lines. O_NONBLOCK keeps a planted pipe from holding the removal up.
     const int fd =
@@ -73,21 +67,39 @@ std::optional<int> append(const QStringList &fields, const Locations &where)
                  O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
     const int openError = errno;
     ::close(folder);
-    if (fd < 0)
-        return openError;
-    std::optional<int> failure;
     struct stat st = {};
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-        failure = EINVAL;
-    } else {
-        const ssize_t written = ::write(fd, entry.constData(), size_t(entry.size()));
-        if (written < 0)
-            failure = errno;
-        else if (written != entry.size())
-            failure = ENOSPC;
+    if (fd >= 0 && (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
+        ::close(fd);
+        errno = EINVAL;
+        return -1;
     }
-    ::close(fd);
-    return failure;
+    errno = openError;
+    return fd;
+}
+
+} // namespace
+
+Writer::~Writer()
+{
+    if (m_fd >= 0)
+        ::close(m_fd);
+}
+
+std::optional<int> Writer::append(const QStringList &fields)
+{
+    QString line = QDateTime::currentDateTimeUtc().toString(Qt::ISODate);
+    for (const QString &field : fields)
+        line += u'\t' + PathText::escaped(field);
+    const QByteArray entry = (line + u'\n').toUtf8();
+
+    if (m_fd < 0 && (m_fd = openLog(m_where)) < 0)
+        return errno;
+    const ssize_t written = ::write(m_fd, entry.constData(), size_t(entry.size()));
+    if (written < 0)
+        return errno;
+    if (written != entry.size())
+        return ENOSPC;
+    return std::nullopt;
 }
 
 std::optional<QByteArray> tail(const Locations &where, qint64 maxBytes)

@@ -150,6 +150,7 @@ QList<Move> movesOf(const Cleaner::Result &result, const QList<CleanItem> &items
 Result restore(const QList<Move> &moves, const System &system)
 {
     const Locations &where = system.where();
+    RemovalLog::Writer log(where);
     Result result;
     for (const Move &move : moves) {
         Outcome outcome;
@@ -167,9 +168,8 @@ Result restore(const QList<Move> &moves, const System &system)
         if (outcome.kind == Outcome::Kind::restored) {
             ++result.count;
             outcome.logFailure =
-                RemovalLog::append({u"restored"_s, rawValue(move.category),
-                                    move.original + kBackward.toString() + move.trashedPath},
-                                   where);
+                log.append({u"restored"_s, rawValue(move.category),
+                            move.original + kBackward.toString() + move.trashedPath});
         }
         result.items.append(std::move(outcome));
     }

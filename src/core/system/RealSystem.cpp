@@ -5,9 +5,10 @@
 #include "platform/LaunchAtLogin.h"
 #include "platform/Spotlight.h"
 
-Platform::TrashMove RealSystem::moveToTrash(const QString &path, const QString &anchor) const
+Platform::TrashMove RealSystem::moveToTrash(const QString &path, const QString &anchor,
+                                            Platform::TrashBatch &batch) const
 {
-    return Platform::moveToTrash(path, anchor, where().userFolders());
+    return batch.move(path, anchor);
 }
 
 Platform::TrashEmptying

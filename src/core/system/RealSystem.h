@@ -8,7 +8,8 @@ class RealSystem final : public System
 public:
     using System::System;
 
-    Platform::TrashMove moveToTrash(const QString &path, const QString &anchor) const override;
+    Platform::TrashMove moveToTrash(const QString &path, const QString &anchor,
+                                    Platform::TrashBatch &batch) const override;
     Platform::TrashEmptying
     emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const override;
     QString trashItemsFolder() const override;

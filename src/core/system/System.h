@@ -26,8 +26,9 @@ public:
 
     const Locations &where() const { return m_where; }
 
-    // The Trash (see platform/Trash.h).
-    virtual Platform::TrashMove moveToTrash(const QString &path, const QString &anchor) const = 0;
+    // The Trash (see platform/Trash.h). Moves of one clean-up share `batch`.
+    virtual Platform::TrashMove moveToTrash(const QString &path, const QString &anchor,
+                                            Platform::TrashBatch &batch) const = 0;
     virtual Platform::TrashEmptying
     emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const = 0;
     virtual QString trashItemsFolder() const = 0;

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <map>
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -120,7 +121,16 @@ struct Item
     dev_t device = 0; // of the entry, not of what a link points to
 };
 
-std::variant<Item, TrashMove> locate(const QString &given, const QString &anchorText)
+// An anchor opened once per batch, with its path resolved: the item's folder is walked to
+// from this descriptor, and its real path is this one plus the link-free rest.
+struct Anchor
+{
+    Fd fd;
+    QByteArray real;
+};
+
+std::variant<Item, TrashMove> locate(const QString &given, const QString &anchorText,
+                                     std::map<QByteArray, Anchor> &anchors)
 {
     if (given.isEmpty())
         return failed(TrashFailure::missing, ENOENT);
@@ -134,7 +144,18 @@ std::variant<Item, TrashMove> locate(const QString &given, const QString &anchor
     if (name.isEmpty() || !NoLinkPath::relativeTo(anchor, XdgTrash::parentOf(path), &relative))
         return failed(TrashFailure::other, EINVAL);
 
-    Fd parent(NoLinkPath::openFolder(anchor, relative));
+    auto known = anchors.find(anchor);
+    if (known == anchors.end()) {
+        Fd fd(::open(anchor.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        const std::optional<QByteArray> real =
+            fd.get() < 0 ? std::nullopt : XdgTrash::realPath(anchor);
+        if (!real)
+            return failedWith(errno);
+        known = anchors.emplace(anchor, Anchor{std::move(fd), *real}).first;
+    }
+    const Anchor &base = known->second;
+
+    Fd parent(NoLinkPath::openBelow(base.fd.get(), relative));
     if (parent.get() < 0) {
         const int error = errno;
         if (error == ELOOP || error == ENOTDIR) // a link, or a file where a folder should be
@@ -146,113 +167,159 @@ std::variant<Item, TrashMove> locate(const QString &given, const QString &anchor
     struct stat st = {};
     if (::fstatat(parent.get(), name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
         return failedWith(errno);
-    const std::optional<QByteArray> realAnchor = XdgTrash::realPath(anchor);
-    if (!realAnchor)
-        return failedWith(errno);
-    const QByteArray realParent = relative.isEmpty() ? *realAnchor : joined(*realAnchor, relative);
+    const QByteArray realParent = relative.isEmpty() ? base.real : joined(base.real, relative);
     return Item{std::move(parent), joined(realParent, name), name, st.st_dev};
 }
 
-XdgTrash::Folder trashFor(const Item &item, const UserFolders &user)
-{
-    const QByteArray home = XdgTrash::homeTrashPath(user);
-    const std::optional<dev_t> homeDevice =
-        home.isEmpty() ? std::nullopt : XdgTrash::deviceOf(home);
-    if (!homeDevice)
-        return {{}, {}, TrashFailure::noTrash, 0};
-    if (item.device == *homeDevice)
-        return XdgTrash::prepareHomeTrash(home);
-
-    // The item's own folder must be on the item's file system, or the item is a mount
-    // point, which no rename can move.
-    struct stat st = {};
-    if (::fstat(item.parent.get(), &st) != 0 || st.st_dev != item.device)
-        return {{}, {}, TrashFailure::noTrash, EXDEV};
-    return XdgTrash::prepareTopTrash(XdgTrash::parentOf(item.path), item.device);
-}
-
-// The Trash's files/ and info/, opened once and used by descriptor from here on. A home
-// Trash may sit behind a link the user made; a volume's Trash is shared ground and is
-// reached without any.
+// A Trash ready to receive: files/ and info/ held open and used by descriptor from here
+// on. A home Trash may sit behind a link the user made; a volume's Trash is shared ground
+// and is reached without any.
 struct OpenTrash
 {
+    XdgTrash::Folder folder;
+    QByteArray real; // folder.path resolved: nothing inside it, nor above it, may go in
     Fd files;
     Fd info;
 };
 
-std::optional<OpenTrash> openTrash(const XdgTrash::Folder &trash)
+std::variant<OpenTrash, TrashMove> openTrash(XdgTrash::Folder trash)
 {
+    if (trash.failure != TrashFailure::none)
+        return failed(trash.failure, trash.errorCode);
+    const std::optional<QByteArray> real = XdgTrash::realPath(trash.path);
+    if (!real)
+        return failedWith(errno);
     Fd root(trash.topDir.isEmpty()
                 ? ::open(trash.path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)
                 : NoLinkPath::openFolder("/", trash.path.mid(1)));
     if (root.get() < 0)
-        return std::nullopt;
+        return failed(TrashFailure::noTrash, errno);
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    OpenTrash open{Fd(::openat(root.get(), "files", flags)),
+    OpenTrash open{std::move(trash), *real, Fd(::openat(root.get(), "files", flags)),
                    Fd(::openat(root.get(), "info", flags))};
     if (open.files.get() < 0 || open.info.get() < 0)
-        return std::nullopt;
+        return failed(TrashFailure::noTrash, errno);
     return open;
 }
 
 } // namespace
 
-TrashMove moveToTrash(const QString &path, const QString &anchor, const UserFolders &user)
+struct TrashBatch::State
 {
-    std::variant<Item, TrashMove> located = locate(path, anchor);
-    if (const TrashMove *failure = std::get_if<TrashMove>(&located))
-        return *failure;
-    const Item &item = std::get<Item>(located);
+    UserFolders user;
+    std::map<QByteArray, Anchor> anchors;
+    std::optional<QByteArray> home;     // the home Trash's path, once looked up
+    std::optional<dev_t> homeDevice;    // where it lives, or will once created
+    std::map<dev_t, OpenTrash> trashes; // by the file system they serve
 
-    const XdgTrash::Folder trash = trashFor(item, user);
-    if (trash.failure != TrashFailure::none)
-        return failed(trash.failure, trash.errorCode);
+    // The Trash for `item`, prepared and opened on first use.
+    std::variant<OpenTrash *, TrashMove> trashFor(const Item &item)
+    {
+        if (!home) {
+            home = XdgTrash::homeTrashPath(user);
+            if (!home->isEmpty())
+                homeDevice = XdgTrash::deviceOf(*home);
+        }
+        if (!homeDevice)
+            return failed(TrashFailure::noTrash, 0);
+        const bool atHome = item.device == *homeDevice;
+        if (!atHome) {
+            // The item's own folder must be on the item's file system, or the item is a
+            // mount point, which no rename can move.
+            struct stat st = {};
+            if (::fstat(item.parent.get(), &st) != 0 || st.st_dev != item.device)
+                return failed(TrashFailure::noTrash, EXDEV);
+        }
+        const auto known = trashes.find(item.device);
+        // A bind mount shares its device with another mount top: such an item gets its own.
+        if (known != trashes.end() && (atHome || isWithin(item.path, known->second.folder.topDir)))
+            return &known->second;
+        std::variant<OpenTrash, TrashMove> opened = openTrash(
+            atHome ? XdgTrash::prepareHomeTrash(*home)
+                   : XdgTrash::prepareTopTrash(XdgTrash::parentOf(item.path), item.device));
+        if (TrashMove *failure = std::get_if<TrashMove>(&opened))
+            return *failure;
+        return &(trashes.insert_or_assign(item.device, std::move(std::get<OpenTrash>(opened)))
+                     .first->second);
+    }
 
+    std::optional<TrashMove> into(OpenTrash &trash, const Item &item);
+};
+
+// The move itself; nullopt when the Trash's own folders went away under it.
+std::optional<TrashMove> TrashBatch::State::into(OpenTrash &trash, const Item &item)
+{
     // Neither the Trash, nor anything in it, nor a folder holding it may go in.
-    const std::optional<QByteArray> realTrash = XdgTrash::realPath(trash.path);
-    if (!realTrash)
-        return failedWith(errno);
-    if (isWithin(item.path, *realTrash) || isWithin(*realTrash, item.path))
+    if (isWithin(item.path, trash.real) || isWithin(trash.real, item.path))
         return failed(TrashFailure::other, EINVAL);
-    const std::optional<OpenTrash> open = openTrash(trash);
-    if (!open)
-        return failed(TrashFailure::noTrash, errno);
 
-    const QByteArray recorded =
-        trash.topDir.isEmpty()
-            ? item.path
-            : item.path.mid(trash.topDir.size() + (trash.topDir.endsWith('/') ? 0 : 1));
+    const QByteArray &topDir = trash.folder.topDir;
+    const QByteArray recorded = topDir.isEmpty()
+                                    ? item.path
+                                    : item.path.mid(topDir.size() + (topDir.endsWith('/') ? 0 : 1));
     const QByteArray info = XdgTrash::infoText(recorded);
 
     for (int attempt = 1; attempt <= maxNameAttempts; ++attempt) {
         const QByteArray stored = XdgTrash::storedName(item.name, attempt);
         const QByteArray infoName = stored + ".trashinfo";
-        if (const int error = writeNewFile(open->info.get(), infoName, info)) {
+        if (const int error = writeNewFile(trash.info.get(), infoName, info)) {
             if (error == EEXIST)
                 continue;
-            return error == ENOENT ? failed(TrashFailure::noTrash, error) : failedWith(error);
+            return error == ENOENT ? std::nullopt : std::optional(failedWith(error));
         }
 
         const int error = XdgTrash::renameNoReplace(item.parent.get(), item.name.constData(),
-                                                    open->files.get(), stored.constData());
+                                                    trash.files.get(), stored.constData());
         if (error == 0) {
             TrashMove move;
             move.moved = true;
-            move.trashedPath = QFile::decodeName(joined(trash.path, "files/" + stored));
+            move.trashedPath = QFile::decodeName(joined(trash.folder.path, "files/" + stored));
             return move;
         }
-        ::unlinkat(open->info.get(), infoName.constData(), 0);
+        ::unlinkat(trash.info.get(), infoName.constData(), 0);
         if (error == EEXIST)
             continue;
         if (error == ENOENT) { // the item vanished, or the Trash did
             struct stat st = {};
-            const bool itemGone =
-                ::fstatat(item.parent.get(), item.name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0;
-            return failed(itemGone ? TrashFailure::missing : TrashFailure::noTrash, error);
+            if (::fstatat(item.parent.get(), item.name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+                return failed(TrashFailure::missing, error);
+            return std::nullopt;
         }
         return failedWith(error);
     }
     return failed(TrashFailure::other, EEXIST);
+}
+
+TrashBatch::TrashBatch(UserFolders user) : m_state(std::make_unique<State>())
+{
+    m_state->user = std::move(user);
+}
+
+TrashBatch::~TrashBatch() = default;
+
+TrashMove TrashBatch::move(const QString &path, const QString &anchor)
+{
+    std::variant<Item, TrashMove> located = locate(path, anchor, m_state->anchors);
+    if (const TrashMove *failure = std::get_if<TrashMove>(&located))
+        return *failure;
+    const Item &item = std::get<Item>(located);
+
+    // A Trash held open since an earlier item may have been removed meanwhile: it is
+    // prepared once more, and only then is its absence the item's failure.
+    for (int round = 0; round < 2; ++round) {
+        std::variant<OpenTrash *, TrashMove> trash = m_state->trashFor(item);
+        if (const TrashMove *failure = std::get_if<TrashMove>(&trash))
+            return *failure;
+        if (std::optional<TrashMove> moved = m_state->into(*std::get<OpenTrash *>(trash), item))
+            return *moved;
+        m_state->trashes.erase(item.device);
+    }
+    return failed(TrashFailure::noTrash, ENOENT);
+}
+
+TrashMove moveToTrash(const QString &path, const QString &anchor, const UserFolders &user)
+{
+    return TrashBatch(user).move(path, anchor);
 }
 
 QString homeTrashItemsPath(const UserFolders &user)

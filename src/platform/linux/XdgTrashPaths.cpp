@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -230,8 +231,15 @@ QByteArray storedName(const QByteArray &name, int attempt)
 
 QByteArray infoText(const QByteArray &path)
 {
+    // localtime_r, unlike Qt's local clock, does not read the zone file again per item.
+    const std::time_t now = std::time(nullptr);
+    std::tm local = {};
+    char text[32] = {};
     const QByteArray date =
-        QDateTime::currentDateTime().toString(u"yyyy-MM-dd'T'HH:mm:ss"_s).toLatin1();
+        ::localtime_r(&now, &local) != nullptr &&
+                std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local) != 0
+            ? QByteArray(text)
+            : QDateTime::currentDateTime().toString(u"yyyy-MM-dd'T'HH:mm:ss"_s).toLatin1();
     return "[Trash Info]\nPath=" + path.toPercentEncoding("/") + "\nDeletionDate=" + date + '\n';
 }
 

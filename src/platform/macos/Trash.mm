@@ -184,3 +184,22 @@ QString Platform::homeTrashItemsPath(const UserFolders &user)
         return systemPath;
     }
 }
+
+// The file manager finds and prepares the Trash itself on every move; a batch only carries
+// the user's folders.
+struct Platform::TrashBatch::State
+{
+    UserFolders user;
+};
+
+Platform::TrashBatch::TrashBatch(UserFolders user)
+    : m_state(std::make_unique<State>(State{std::move(user)}))
+{
+}
+
+Platform::TrashBatch::~TrashBatch() = default;
+
+Platform::TrashMove Platform::TrashBatch::move(const QString &path, const QString &anchor)
+{
+    return moveToTrash(path, anchor, m_state->user);
+}

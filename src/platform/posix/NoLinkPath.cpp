@@ -39,37 +39,40 @@ constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 int openFolder(const QByteArray &anchor, const QByteArray &relative)
 {
+    const int base = ::open(anchor.constData(), folderFlags);
+    if (base < 0 || relative.isEmpty())
+        return base;
+    const int fd = openBelow(base, relative);
+    const int error = errno;
+    ::close(base);
+    errno = error;
+    return fd;
+}
+
+int openBelow(int base, const QByteArray &relative)
+{
     for (const QByteArray &name : relative.split('/')) {
         if (name == "." || name == "..") { // would climb out of what was checked
             errno = EINVAL;
             return -1;
         }
     }
-    const int base = ::open(anchor.constData(), folderFlags);
-    if (base < 0 || relative.isEmpty())
-        return base;
+    if (relative.isEmpty())
+        return ::fcntl(base, F_DUPFD_CLOEXEC, 0);
 #if defined(QUORVEL_HAVE_OPENAT2) && defined(SYS_openat2)
     // The kernel refuses every link on the way in one call; older kernels say ENOSYS.
     open_how how = {};
     how.flags = folderFlags;
     how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_BENEATH;
     const int fd = int(::syscall(SYS_openat2, base, relative.constData(), &how, sizeof how));
-    if (fd >= 0 || (errno != ENOSYS && errno != EPERM)) {
-        const int error = errno;
-        ::close(base);
-        errno = error;
+    if (fd >= 0 || (errno != ENOSYS && errno != EPERM))
         return fd;
-    }
 #endif
 #if defined(O_NOFOLLOW_ANY)
     // No link anywhere in the relative part, checked by the kernel in one call (macOS 11+).
-    const int fd = ::openat(base, relative.constData(), folderFlags | O_NOFOLLOW_ANY);
-    const int error = errno;
-    ::close(base);
-    errno = error;
-    return fd;
+    return ::openat(base, relative.constData(), folderFlags | O_NOFOLLOW_ANY);
 #else
-    return walk(base, relative);
+    return walk(::fcntl(base, F_DUPFD_CLOEXEC, 0), relative);
 #endif
 }
 
