@@ -311,12 +311,30 @@ private Q_SLOTS:
     void summaryShowsFiveThenCounts()
     {
         Restorer::Result result;
-        for (int i = 0; i < 9; ++i)
+        for (int i = 0; i < 9; ++i) {
             result.items.emplace_back().shown = u"~/o"_s + QString::number(i); // failed
+            if (i == 4) // exactly five: every one shown, no "more" line
+                QCOMPARE(Words::restoreSummary(result).split(u'\n').size(), 6);
+        }
         const QStringList text = Words::restoreSummary(result).split(u'\n');
         QCOMPARE(text.size(), 7);
         QVERIFY(text.at(5).startsWith(u"~/o4: "_s));
         QVERIFY(text.last().endsWith(u" 4 more"_s));
+    }
+
+    // Moved, put back by another tool and moved again under the same name in the Trash: the
+    // log names that entry twice, and only its newest line is listed.
+    void oneEntryLoggedTwice()
+    {
+        FakeSystem system(m_home.where());
+        build(work(), {u"item"_s});
+        clean({u"item"_s}, system);
+        const Move first = Restorer::restorable(system).value(0);
+        QVERIFY(QFile::rename(first.trashedPath, first.original) &&
+                QFile::remove(trash(u"info/item.trashinfo"_s)));
+        clean({u"item"_s}, system);
+        const QList<Move> listed = Restorer::restorable(system);
+        QVERIFY(listed.size() == 1 && listed[0].trashedPath == first.trashedPath);
     }
 
     // Undo takes back the last removal only, never an earlier one, then scans again.
