@@ -1,5 +1,7 @@
 #include "core/words/RestoreWords.h"
 
+#include "core/words/CleanupWords.h"
+
 #include "core/text/L10n.h"
 #include "core/text/PathText.h"
 
@@ -17,8 +19,7 @@ QString refusal(Restorer::Refusal refusal)
     case R::notInTrash:
         return L10n::pick(u"not an item in the Trash — refused"_s, u"不是废纸篓里的项目，拒绝"_s);
     case R::throughLink:
-        return L10n::pick(u"path goes through a symbolic link — refused"_s,
-                          u"路径经过符号链接 — 已拒绝"_s);
+        return Words::refusal(SafetyGuard::Refusal::symbolicLink); // the guard's own words
     case R::recordMismatch:
         return L10n::pick(u"the Trash's record names another place — refused"_s,
                           u"废纸篓的记录与日志不符，拒绝"_s);
