@@ -6,6 +6,7 @@
 
 #include "platform/UserFolders.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -38,6 +39,13 @@ struct TrashMove
 // below `anchor`; the anchor itself may be reached through links.
 TrashMove moveToTrash(const QString &path, const QString &anchor, const UserFolders &user);
 
+// One item of a batch: what moveToTrash takes besides the user's folders.
+struct TrashRequest
+{
+    QString path;
+    QString anchor;
+};
+
 // Many moves as moveToTrash makes one, sharing what does not change between them: each
 // Trash is found, prepared and opened on its first use and held open for the batch, and
 // the anchors are opened once. Every item is still located and judged afresh; a Trash
@@ -52,8 +60,17 @@ public:
 
     TrashMove move(const QString &path, const QString &anchor);
 
+    // Every request moved as move() moves it, in their order: `moved` is called in the
+    // caller's thread right after each move, before the next item lands. Meanwhile, on
+    // Linux, a second thread locates the next few items and writes their Trash records
+    // ahead, which is half of what a move costs; a record whose item then cannot move is
+    // taken out again, so the Trash ends as the moves one by one would leave it.
+    using Moved = std::function<void(qsizetype index, const TrashMove &move)>;
+    void moveAll(const QList<TrashRequest> &requests, const Moved &moved);
+
+    struct State; // each platform's own
+
 private:
-    struct State;
     std::unique_ptr<State> m_state;
 };
 

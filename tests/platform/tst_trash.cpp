@@ -396,6 +396,47 @@ private Q_SLOTS:
         QCOMPARE(entries(info()), QStringList({u"b.trashinfo"_s, u"c.trashinfo"_s}));
     }
 
+    // Records written ahead of their moves: each lands with its own item, in order, and one
+    // whose item does not move, or whose name or files/ is gone when it lands, is taken out.
+    void batchMovesAllInOrder()
+    {
+        constexpr int count = 80, wiped = 40, vanishes = 50;
+        build(trash(), {u"files/same.txt"_s}); // a file without its record
+        QList<Platform::TrashRequest> requests;
+        for (int i = 0; i < count; ++i) {
+            if (i % 9 != 4) // every ninth never existed
+                build(home(u"work"_s), {u"%1/same.txt"_s.arg(i)});
+            requests.append({home(u"work/%1/same.txt"_s.arg(i)), u"/"_s});
+        }
+        const qsizetype open = entries(u"/proc/self/fd"_s).size();
+        QList<Platform::TrashMove> moves;
+        Platform::TrashBatch(user()).moveAll(requests, [&](qsizetype i, const auto &move) {
+            QCOMPARE(i, moves.size());
+            QCOMPARE(modeOf(requests.at(i).path), -1);
+            QCOMPARE(modeOf(requests.value(i + 1).path) >= 0, (i + 1) % 9 != 4 && i + 1 < count);
+            moves.append(move);
+            if (i == wiped)
+                QVERIFY(QDir(files()).removeRecursively());
+            if (i + 1 == vanishes)
+                QVERIFY(QFile::remove(requests.at(vanishes).path));
+        });
+        QCOMPARE(moves.size(), count);
+        QCOMPARE(entries(u"/proc/self/fd"_s).size(), open);
+        int moved = 0, landed = 0;
+        for (int i = 0; i < count; ++i) {
+            const bool gone = i % 9 == 4 || i == vanishes;
+            QCOMPARE(moves.at(i).failure, gone ? TrashFailure::missing : TrashFailure::none);
+            moved += !gone;
+            if (gone || i <= wiped)
+                continue;
+            ++landed;
+            QCOMPARE(readFile(moves.at(i).trashedPath), u"%1/same.txt"_s.arg(i).toUtf8());
+            QCOMPARE(recorded(moves.at(i).trashedPath), requests.at(i).path);
+        }
+        QCOMPARE(entries(files()).size(), landed);
+        QCOMPARE(entries(info()).size(), moved); // the moved ones' records, no more
+    }
+
     // Two movers of items of one name: each item lands whole under a name of its own.
     void concurrentMovesNeverOverwrite()
     {

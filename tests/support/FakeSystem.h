@@ -37,17 +37,23 @@ public:
         return m_asked;
     }
 
-    Platform::TrashMove moveToTrash(const QString &path, const QString &anchor,
-                                    [[maybe_unused]] Platform::TrashBatch &batch) const override
+    void moveToTrash(const QList<Platform::TrashRequest> &requests,
+                     [[maybe_unused]] Platform::TrashBatch &batch,
+                     const Platform::TrashBatch::Moved &moved) const override
     {
-        note(QStringLiteral("move ") + path);
-        if (move)
-            return move(path, anchor);
+        for (const Platform::TrashRequest &request : requests)
+            note(QStringLiteral("move ") + request.path);
+        if (!move) {
 #ifdef Q_OS_LINUX
-        return batch.move(path, anchor);
+            return batch.moveAll(requests, moved);
 #else
-        return intoHomeTrash(path);
+            for (qsizetype i = 0; i < requests.size(); ++i)
+                moved(i, intoHomeTrash(requests[i].path));
+            return;
 #endif
+        }
+        for (qsizetype i = 0; i < requests.size(); ++i)
+            moved(i, move(requests[i].path, requests[i].anchor));
     }
     Platform::TrashEmptying
     emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const override

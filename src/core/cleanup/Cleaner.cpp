@@ -34,36 +34,47 @@ Failure failureOf(const Platform::TrashMove &move)
 Result remove(const QList<CleanItem> &items, const System &system)
 {
     const Locations &where = system.where();
-    Platform::TrashBatch batch(where.userFolders());
-    RemovalLog::Writer log(where);
     Result result;
-    for (const CleanItem &item : items) {
+    result.items.reserve(items.size());
+    QList<Platform::TrashRequest> requests;
+    QList<qsizetype> requested; // the item behind each request
+    for (qsizetype i = 0; i < items.size(); ++i) {
+        const CleanItem &item = items[i];
         Outcome outcome;
         outcome.path = item.path;
         outcome.title = item.title;
-        // The move acts on the very path the guard judged.
-        const QString standard = PathText::standardized(item.path);
         if (const auto refused = SafetyGuard::refusal(item.path, item.category, where)) {
             outcome.kind = Outcome::Kind::refused;
             outcome.refusal = refused;
-        } else if (const Platform::TrashMove move =
-                       system.moveToTrash(standard, SafetyGuard::anchor(standard, where), batch);
-                   !move.moved) {
-            outcome.failure = failureOf(move);
-            outcome.errorCode = move.errorCode;
-            outcome.systemText = move.systemText;
         } else {
-            outcome.kind = Outcome::Kind::moved;
-            outcome.trashedPath = move.trashedPath;
-            ++result.count;
-            result.bytes += item.bytes;
-            const QString destination =
-                move.trashedPath.isEmpty() ? QStringLiteral("Trash") : move.trashedPath;
-            outcome.logFailure = log.append({rawValue(item.category), Fmt::bytes(item.bytes),
-                                             item.path + QStringLiteral(" → ") + destination});
+            // The move acts on the very path the guard judged.
+            const QString standard = PathText::standardized(item.path);
+            requests.append({standard, SafetyGuard::anchor(standard, where)});
+            requested.append(i);
         }
         result.items.append(std::move(outcome));
     }
+
+    Platform::TrashBatch batch(where.userFolders());
+    RemovalLog::Writer log(where);
+    system.moveToTrash(requests, batch, [&](qsizetype request, const Platform::TrashMove &move) {
+        const CleanItem &item = items[requested[request]];
+        Outcome &outcome = result.items[requested[request]];
+        if (!move.moved) {
+            outcome.failure = failureOf(move);
+            outcome.errorCode = move.errorCode;
+            outcome.systemText = move.systemText;
+            return;
+        }
+        outcome.kind = Outcome::Kind::moved;
+        outcome.trashedPath = move.trashedPath;
+        ++result.count;
+        result.bytes += item.bytes;
+        const QString destination =
+            move.trashedPath.isEmpty() ? QStringLiteral("Trash") : move.trashedPath;
+        outcome.logFailure = log.append({rawValue(item.category), Fmt::bytes(item.bytes),
+                                         item.path + QStringLiteral(" → ") + destination});
+    });
     return result;
 }
 

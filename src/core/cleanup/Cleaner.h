@@ -12,7 +12,8 @@
 // The only place a clean-up changes the user's files: guard, move to the Trash, log.
 namespace Cleaner {
 
-// Items one at a time; one failure never stops the others.
+// Every item is judged by the guard first; those admitted then move in their order, each
+// logged right after its move. One failure never stops the others.
 Result remove(const QList<CleanItem> &items, const System &system);
 
 } // namespace Cleaner

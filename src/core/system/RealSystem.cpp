@@ -5,10 +5,11 @@
 #include "platform/LaunchAtLogin.h"
 #include "platform/Spotlight.h"
 
-Platform::TrashMove RealSystem::moveToTrash(const QString &path, const QString &anchor,
-                                            Platform::TrashBatch &batch) const
+void RealSystem::moveToTrash(const QList<Platform::TrashRequest> &requests,
+                             Platform::TrashBatch &batch,
+                             const Platform::TrashBatch::Moved &moved) const
 {
-    return batch.move(path, anchor);
+    batch.moveAll(requests, moved);
 }
 
 Platform::TrashEmptying

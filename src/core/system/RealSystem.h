@@ -8,8 +8,8 @@ class RealSystem final : public System
 public:
     using System::System;
 
-    Platform::TrashMove moveToTrash(const QString &path, const QString &anchor,
-                                    Platform::TrashBatch &batch) const override;
+    void moveToTrash(const QList<Platform::TrashRequest> &requests, Platform::TrashBatch &batch,
+                     const Platform::TrashBatch::Moved &moved) const override;
     Platform::TrashEmptying
     emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const override;
     QString trashItemsFolder() const override;

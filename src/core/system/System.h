@@ -26,9 +26,11 @@ public:
 
     const Locations &where() const { return m_where; }
 
-    // The Trash (see platform/Trash.h). Moves of one clean-up share `batch`.
-    virtual Platform::TrashMove moveToTrash(const QString &path, const QString &anchor,
-                                            Platform::TrashBatch &batch) const = 0;
+    // The Trash (see platform/Trash.h): the moves of one clean-up, in order, as
+    // TrashBatch::moveAll makes them; `moved` hears of each right after it.
+    virtual void moveToTrash(const QList<Platform::TrashRequest> &requests,
+                             Platform::TrashBatch &batch,
+                             const Platform::TrashBatch::Moved &moved) const = 0;
     virtual Platform::TrashEmptying
     emptyTrash(const std::optional<Platform::TrashContents> &confirmed) const = 0;
     virtual QString trashItemsFolder() const = 0;

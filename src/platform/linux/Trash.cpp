@@ -1,6 +1,7 @@
 #include "platform/Trash.h"
 
 #include "platform/NoLinkPath.h"
+#include "platform/linux/TrashBatchState.h"
 #include "platform/linux/XdgTrashPaths.h"
 #include "platform/posix/Fd.h"
 
@@ -110,24 +111,11 @@ int writeNewFile(int dirFd, const QByteArray &name, const QByteArray &text)
     return error;
 }
 
-// The item as the move will act on it: its folder held open, reached from the anchor
-// without passing through a link, so that relinking any folder on the way afterwards
-// changes nothing about which entry moves.
-struct Item
-{
-    Fd parent;
-    QByteArray path; // the anchor resolved, then the link-free rest
-    QByteArray name;
-    dev_t device = 0; // of the entry, not of what a link points to
-};
-
-// An anchor opened once per batch, with its path resolved: the item's folder is walked to
-// from this descriptor, and its real path is this one plus the link-free rest.
-struct Anchor
-{
-    Fd fd;
-    QByteArray real;
-};
+using XdgTrash::Anchor;
+using XdgTrash::Item;
+using XdgTrash::OpenTrash;
+using XdgTrash::Retry;
+using XdgTrash::Staged;
 
 std::variant<Item, TrashMove> locate(const QString &given, const QString &anchorText,
                                      std::map<QByteArray, Anchor> &anchors)
@@ -171,17 +159,8 @@ std::variant<Item, TrashMove> locate(const QString &given, const QString &anchor
     return Item{std::move(parent), joined(realParent, name), name, st.st_dev};
 }
 
-// A Trash ready to receive: files/ and info/ held open and used by descriptor from here
-// on. A home Trash may sit behind a link the user made; a volume's Trash is shared ground
-// and is reached without any.
-struct OpenTrash
-{
-    XdgTrash::Folder folder;
-    QByteArray real; // folder.path resolved: nothing inside it, nor above it, may go in
-    Fd files;
-    Fd info;
-};
-
+// A home Trash may sit behind a link the user made; a volume's Trash is shared ground and
+// is reached without any.
 std::variant<OpenTrash, TrashMove> openTrash(XdgTrash::Folder trash)
 {
     if (trash.failure != TrashFailure::none)
@@ -204,90 +183,141 @@ std::variant<OpenTrash, TrashMove> openTrash(XdgTrash::Folder trash)
 
 } // namespace
 
-struct TrashBatch::State
+std::variant<std::shared_ptr<OpenTrash>, TrashMove> TrashBatch::State::trashFor(const Item &item)
 {
-    UserFolders user;
-    std::map<QByteArray, Anchor> anchors;
-    std::optional<QByteArray> home;     // the home Trash's path, once looked up
-    std::optional<dev_t> homeDevice;    // where it lives, or will once created
-    std::map<dev_t, OpenTrash> trashes; // by the file system they serve
-
-    // The Trash for `item`, prepared and opened on first use.
-    std::variant<OpenTrash *, TrashMove> trashFor(const Item &item)
-    {
-        if (!home) {
-            home = XdgTrash::homeTrashPath(user);
-            if (!home->isEmpty())
-                homeDevice = XdgTrash::deviceOf(*home);
-        }
-        if (!homeDevice)
-            return failed(TrashFailure::noTrash, 0);
-        const bool atHome = item.device == *homeDevice;
-        if (!atHome) {
-            // The item's own folder must be on the item's file system, or the item is a
-            // mount point, which no rename can move.
-            struct stat st = {};
-            if (::fstat(item.parent.get(), &st) != 0 || st.st_dev != item.device)
-                return failed(TrashFailure::noTrash, EXDEV);
-        }
-        const auto known = trashes.find(item.device);
-        // A bind mount shares its device with another mount top: such an item gets its own.
-        if (known != trashes.end() && (atHome || isWithin(item.path, known->second.folder.topDir)))
-            return &known->second;
-        std::variant<OpenTrash, TrashMove> opened = openTrash(
-            atHome ? XdgTrash::prepareHomeTrash(*home)
-                   : XdgTrash::prepareTopTrash(XdgTrash::parentOf(item.path), item.device));
-        if (TrashMove *failure = std::get_if<TrashMove>(&opened))
-            return *failure;
-        return &(trashes.insert_or_assign(item.device, std::move(std::get<OpenTrash>(opened)))
-                     .first->second);
+    if (!home) {
+        home = XdgTrash::homeTrashPath(user);
+        if (!home->isEmpty())
+            homeDevice = XdgTrash::deviceOf(*home);
     }
+    if (!homeDevice)
+        return failed(TrashFailure::noTrash, 0);
+    const bool atHome = item.device == *homeDevice;
+    if (!atHome) {
+        // The item's own folder must be on the item's file system, or the item is a
+        // mount point, which no rename can move.
+        struct stat st = {};
+        if (::fstat(item.parent.get(), &st) != 0 || st.st_dev != item.device)
+            return failed(TrashFailure::noTrash, EXDEV);
+    }
+    const auto known = trashes.find(item.device);
+    // A bind mount shares its device with another mount top: such an item gets its own.
+    if (known != trashes.end() && (atHome || isWithin(item.path, known->second->folder.topDir)))
+        return known->second;
+    std::variant<OpenTrash, TrashMove> opened =
+        openTrash(atHome ? XdgTrash::prepareHomeTrash(*home)
+                         : XdgTrash::prepareTopTrash(XdgTrash::parentOf(item.path), item.device));
+    if (TrashMove *failure = std::get_if<TrashMove>(&opened))
+        return *failure;
+    auto trash = std::make_shared<OpenTrash>(std::move(std::get<OpenTrash>(opened)));
+    trashes.insert_or_assign(item.device, trash);
+    return trash;
+}
 
-    std::optional<TrashMove> into(OpenTrash &trash, const Item &item);
-};
-
-// The move itself; nullopt when the Trash's own folders went away under it.
-std::optional<TrashMove> TrashBatch::State::into(OpenTrash &trash, const Item &item)
+void TrashBatch::State::forget(const std::shared_ptr<OpenTrash> &trash)
 {
-    // Neither the Trash, nor anything in it, nor a folder holding it may go in.
-    if (isWithin(item.path, trash.real) || isWithin(trash.real, item.path))
-        return failed(TrashFailure::other, EINVAL);
-
-    const QByteArray &topDir = trash.folder.topDir;
-    const QByteArray recorded = topDir.isEmpty()
-                                    ? item.path
-                                    : item.path.mid(topDir.size() + (topDir.endsWith('/') ? 0 : 1));
-    const QByteArray info = XdgTrash::infoText(recorded);
-
-    for (int attempt = 1; attempt <= maxNameAttempts; ++attempt) {
-        const QByteArray stored = XdgTrash::storedName(item.name, attempt);
-        const QByteArray infoName = stored + ".trashinfo";
-        if (const int error = writeNewFile(trash.info.get(), infoName, info)) {
-            if (error == EEXIST)
-                continue;
-            return error == ENOENT ? std::nullopt : std::optional(failedWith(error));
+    for (auto it = trashes.begin(); it != trashes.end(); ++it) {
+        if (it->second == trash) {
+            trashes.erase(it);
+            return;
         }
+    }
+}
 
-        const int error = XdgTrash::renameNoReplace(item.parent.get(), item.name.constData(),
-                                                    trash.files.get(), stored.constData());
+// Writes the item's record under the first free name from `firstAttempt` on, in the
+// staged Trash or, when that went away (or there is none yet), in one prepared afresh:
+// at most twice per item, and only then is the Trash's absence the item's failure.
+std::optional<TrashMove> TrashBatch::State::claim(Staged &staged, int firstAttempt)
+{
+    const Item &item = staged.item;
+    for (int attempt = firstAttempt;;) {
+        if (!staged.trash) {
+            if (staged.preparations++ == 2)
+                return failed(TrashFailure::noTrash, ENOENT);
+            std::variant<std::shared_ptr<OpenTrash>, TrashMove> trash = trashFor(item);
+            if (const TrashMove *failure = std::get_if<TrashMove>(&trash))
+                return *failure;
+            staged.trash = std::get<std::shared_ptr<OpenTrash>>(std::move(trash));
+            attempt = 1;
+        }
+        const OpenTrash &trash = *staged.trash;
+        // Neither the Trash, nor anything in it, nor a folder holding it may go in.
+        if (isWithin(item.path, trash.real) || isWithin(trash.real, item.path))
+            return failed(TrashFailure::other, EINVAL);
+        const QByteArray &topDir = trash.folder.topDir;
+        const QByteArray info = XdgTrash::infoText(
+            topDir.isEmpty() ? item.path
+                             : item.path.mid(topDir.size() + (topDir.endsWith('/') ? 0 : 1)));
+        int error = EEXIST;
+        for (; attempt <= maxNameAttempts && error == EEXIST; ++attempt) {
+            staged.stored = XdgTrash::storedName(item.name, attempt);
+            error = writeNewFile(trash.info.get(), staged.stored + ".trashinfo", info);
+        }
         if (error == 0) {
-            TrashMove move;
-            move.moved = true;
-            move.trashedPath = QFile::decodeName(joined(trash.folder.path, "files/" + stored));
-            return move;
-        }
-        ::unlinkat(trash.info.get(), infoName.constData(), 0);
-        if (error == EEXIST)
-            continue;
-        if (error == ENOENT) { // the item vanished, or the Trash did
-            struct stat st = {};
-            if (::fstatat(item.parent.get(), item.name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
-                return failed(TrashFailure::missing, error);
+            staged.attempt = attempt - 1;
             return std::nullopt;
         }
-        return failedWith(error);
+        if (error != ENOENT)
+            return failedWith(error);
+        forget(staged.trash); // info/ went away under it
+        staged.trash.reset();
     }
-    return failed(TrashFailure::other, EEXIST);
+}
+
+std::variant<Staged, TrashMove> TrashBatch::State::stage(const QString &path, const QString &anchor)
+{
+    std::variant<Item, TrashMove> located = locate(path, anchor, anchors);
+    if (const TrashMove *failure = std::get_if<TrashMove>(&located))
+        return *failure;
+    Staged staged{std::get<Item>(std::move(located)), nullptr, {}, 0, 0};
+    if (std::optional<TrashMove> failure = claim(staged, 1))
+        return *failure;
+    return staged;
+}
+
+std::optional<TrashMove> TrashBatch::State::restage(Staged &staged, Retry why)
+{
+    if (why == Retry::nameTaken)
+        return claim(staged, staged.attempt + 1);
+    forget(staged.trash);
+    staged.trash.reset();
+    return claim(staged, 1);
+}
+
+std::variant<TrashMove, Retry> TrashBatch::State::land(const Staged &staged)
+{
+    const Item &item = staged.item;
+    const OpenTrash &trash = *staged.trash;
+    const int error = XdgTrash::renameNoReplace(item.parent.get(), item.name.constData(),
+                                                trash.files.get(), staged.stored.constData());
+    if (error == 0) {
+        TrashMove move;
+        move.moved = true;
+        move.trashedPath = QFile::decodeName(joined(trash.folder.path, "files/" + staged.stored));
+        return move;
+    }
+    ::unlinkat(trash.info.get(), (staged.stored + ".trashinfo").constData(), 0);
+    if (error == EEXIST)
+        return Retry::nameTaken;
+    if (error == ENOENT) { // the item vanished, or the Trash did
+        struct stat st = {};
+        if (::fstatat(item.parent.get(), item.name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            return failed(TrashFailure::missing, error);
+        return Retry::trashGone;
+    }
+    return failedWith(error);
+}
+
+TrashMove TrashBatch::State::finish(Staged staged)
+{
+    for (;;) {
+        std::variant<TrashMove, Retry> landed = land(staged);
+        if (const TrashMove *move = std::get_if<TrashMove>(&landed))
+            return *move;
+        const std::lock_guard lock(mutex);
+        if (std::optional<TrashMove> failure = restage(staged, std::get<Retry>(landed)))
+            return *failure;
+    }
 }
 
 TrashBatch::TrashBatch(UserFolders user) : m_state(std::make_unique<State>())
@@ -299,22 +329,12 @@ TrashBatch::~TrashBatch() = default;
 
 TrashMove TrashBatch::move(const QString &path, const QString &anchor)
 {
-    std::variant<Item, TrashMove> located = locate(path, anchor, m_state->anchors);
-    if (const TrashMove *failure = std::get_if<TrashMove>(&located))
+    std::unique_lock lock(m_state->mutex);
+    std::variant<Staged, TrashMove> staged = m_state->stage(path, anchor);
+    lock.unlock();
+    if (const TrashMove *failure = std::get_if<TrashMove>(&staged))
         return *failure;
-    const Item &item = std::get<Item>(located);
-
-    // A Trash held open since an earlier item may have been removed meanwhile: it is
-    // prepared once more, and only then is its absence the item's failure.
-    for (int round = 0; round < 2; ++round) {
-        std::variant<OpenTrash *, TrashMove> trash = m_state->trashFor(item);
-        if (const TrashMove *failure = std::get_if<TrashMove>(&trash))
-            return *failure;
-        if (std::optional<TrashMove> moved = m_state->into(*std::get<OpenTrash *>(trash), item))
-            return *moved;
-        m_state->trashes.erase(item.device);
-    }
-    return failed(TrashFailure::noTrash, ENOENT);
+    return m_state->finish(std::get<Staged>(std::move(staged)));
 }
 
 TrashMove moveToTrash(const QString &path, const QString &anchor, const UserFolders &user)

@@ -203,3 +203,10 @@ Platform::TrashMove Platform::TrashBatch::move(const QString &path, const QStrin
 {
     return moveToTrash(path, anchor, m_state->user);
 }
+
+// One by one: the file manager's moves are not worth splitting.
+void Platform::TrashBatch::moveAll(const QList<TrashRequest> &requests, const Moved &moved)
+{
+    for (qsizetype i = 0; i < requests.size(); ++i)
+        moved(i, move(requests[i].path, requests[i].anchor));
+}
