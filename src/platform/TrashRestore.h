@@ -2,7 +2,10 @@
 
 #include "platform/UserFolders.h"
 
+#include <QList>
 #include <QString>
+
+#include <functional>
 
 // Putting one item that a clean-up moved to the Trash back where it was. Both paths come
 // from a log the user can edit, so neither is trusted: the item must lie directly inside a
@@ -42,5 +45,22 @@ RestoreFailure checkRestore(const QString &trashedPath, const QString &original,
 // On Linux the .trashinfo goes once the item is back, and only then.
 TrashRestore restoreFromTrash(const QString &trashedPath, const QString &original,
                               const QString &anchor, bool createFolders, const UserFolders &user);
+
+// One item of restoreAll: restoreFromTrash's arguments besides the user's folders.
+struct RestoreRequest
+{
+    QString trashedPath;
+    QString original;
+    QString anchor;
+    bool createFolders = false;
+};
+
+// Every request restored as restoreFromTrash restores it, in their order: `restored` is
+// called in the caller's thread right after each, before the next item moves. On Linux a
+// second thread finds the next few entries and checks their records meanwhile; the way to
+// an original's folder is taken only at its turn, once the items before it are back.
+using Restored = std::function<void(qsizetype index, const TrashRestore &result)>;
+void restoreAll(const QList<RestoreRequest> &requests, const UserFolders &user,
+                const Restored &restored);
 
 } // namespace Platform

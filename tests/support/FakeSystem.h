@@ -88,13 +88,12 @@ public:
         return Platform::checkRestore(trashedPath, original, anchor, createFolders,
                                       where().userFolders());
     }
-    Platform::TrashRestore restoreFromTrash(const QString &trashedPath, const QString &original,
-                                            const QString &anchor,
-                                            bool createFolders) const override
+    void restoreFromTrash(const QList<Platform::RestoreRequest> &requests,
+                          const Platform::Restored &restored) const override
     {
-        note(QStringLiteral("restore ") + original);
-        return Platform::restoreFromTrash(trashedPath, original, anchor, createFolders,
-                                          where().userFolders());
+        for (const Platform::RestoreRequest &request : requests)
+            note(QStringLiteral("restore ") + request.original);
+        Platform::restoreAll(requests, where().userFolders(), restored);
     }
     std::optional<QString> runTool(const QString &name, const QStringList &arguments,
                                    double) const override

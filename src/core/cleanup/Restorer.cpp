@@ -150,9 +150,12 @@ QList<Move> movesOf(const Cleaner::Result &result, const QList<CleanItem> &items
 Result restore(const QList<Move> &moves, const System &system)
 {
     const Locations &where = system.where();
-    RemovalLog::Writer log(where);
     Result result;
-    for (const Move &move : moves) {
+    result.items.reserve(moves.size());
+    QList<Platform::RestoreRequest> requests;
+    QList<qsizetype> requested; // the move behind each request
+    for (qsizetype i = 0; i < moves.size(); ++i) {
+        const Move &move = moves[i];
         Outcome outcome;
         outcome.original = move.original;
         outcome.trashedPath = move.trashedPath;
@@ -163,16 +166,22 @@ Result restore(const QList<Move> &moves, const System &system)
         }
         // Folders may be made again only inside the home folder.
         const QString anchor = SafetyGuard::anchor(move.original, where);
-        outcome = judged(outcome, system.restoreFromTrash(move.trashedPath, move.original, anchor,
-                                                          anchor == where.home()));
-        if (outcome.kind == Outcome::Kind::restored) {
-            ++result.count;
-            outcome.logFailure =
-                log.append({u"restored"_s, rawValue(move.category),
-                            move.original + kBackward.toString() + move.trashedPath});
-        }
+        requests.append({move.trashedPath, move.original, anchor, anchor == where.home()});
+        requested.append(i);
         result.items.append(std::move(outcome));
     }
+
+    RemovalLog::Writer log(where);
+    system.restoreFromTrash(requests, [&](qsizetype request, const Platform::TrashRestore &done) {
+        const Move &move = moves[requested[request]];
+        Outcome &outcome = result.items[requested[request]];
+        outcome = judged(std::move(outcome), done);
+        if (outcome.kind != Outcome::Kind::restored)
+            return;
+        ++result.count;
+        outcome.logFailure = log.append({u"restored"_s, rawValue(move.category),
+                                         move.original + kBackward.toString() + move.trashedPath});
+    });
     return result;
 }
 

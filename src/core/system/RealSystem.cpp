@@ -31,12 +31,10 @@ Platform::RestoreFailure RealSystem::checkRestore(const QString &trashedPath,
                                   where().userFolders());
 }
 
-Platform::TrashRestore RealSystem::restoreFromTrash(const QString &trashedPath,
-                                                    const QString &original, const QString &anchor,
-                                                    bool createFolders) const
+void RealSystem::restoreFromTrash(const QList<Platform::RestoreRequest> &requests,
+                                  const Platform::Restored &restored) const
 {
-    return Platform::restoreFromTrash(trashedPath, original, anchor, createFolders,
-                                      where().userFolders());
+    Platform::restoreAll(requests, where().userFolders(), restored);
 }
 
 DiskUsage RealSystem::volumeUsage(const QString &path) const

@@ -15,9 +15,8 @@ public:
     QString trashItemsFolder() const override;
     Platform::RestoreFailure checkRestore(const QString &trashedPath, const QString &original,
                                           const QString &anchor, bool createFolders) const override;
-    Platform::TrashRestore restoreFromTrash(const QString &trashedPath, const QString &original,
-                                            const QString &anchor,
-                                            bool createFolders) const override;
+    void restoreFromTrash(const QList<Platform::RestoreRequest> &requests,
+                          const Platform::Restored &restored) const override;
     DiskUsage volumeUsage(const QString &path) const override;
     QList<Platform::RunningApplication> runningApplications() const override;
     std::optional<QString> runTool(const QString &tool, const QStringList &arguments,

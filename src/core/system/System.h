@@ -38,9 +38,9 @@ public:
     virtual Platform::RestoreFailure checkRestore(const QString &trashedPath,
                                                   const QString &original, const QString &anchor,
                                                   bool createFolders) const = 0;
-    virtual Platform::TrashRestore restoreFromTrash(const QString &trashedPath,
-                                                    const QString &original, const QString &anchor,
-                                                    bool createFolders) const = 0;
+    // Many entries put back in order, as Platform::restoreAll does.
+    virtual void restoreFromTrash(const QList<Platform::RestoreRequest> &requests,
+                                  const Platform::Restored &restored) const = 0;
 
     virtual DiskUsage volumeUsage(const QString &path) const = 0;
     virtual QList<Platform::RunningApplication> runningApplications() const = 0;

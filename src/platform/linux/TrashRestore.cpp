@@ -3,6 +3,7 @@
 #include "platform/NoLinkPath.h"
 #include "platform/linux/XdgTrashPaths.h"
 #include "platform/posix/Fd.h"
+#include "platform/posix/Pipeline.h"
 
 #include <QFile>
 
@@ -214,29 +215,30 @@ std::variant<Fd, Failed> openDestination(const QByteArray &anchor, const QByteAr
     return fd;
 }
 
-struct Prepared
+// An entry whose record agrees, and where it goes back to: what can be known before the
+// items ahead of it are back. The way to the original's folder is taken only when the
+// move comes, since an earlier item may be that folder.
+struct Staged
 {
     Entry entry;
-    std::variant<Fd, Failed> destination;
-    QByteArray name;
+    QByteArray original;
+    QByteArray anchor;
+    bool createFolders = false;
 };
 
-std::variant<Prepared, Failed> prepare(const QString &trashedPath, const QString &originalPath,
-                                       const QString &anchorPath, bool createFolders,
-                                       const UserFolders &user)
+std::variant<Staged, Failed> stage(const RestoreRequest &request, const UserFolders &user)
 {
-    const QByteArray original = QFile::encodeName(originalPath);
-    const QByteArray anchor = QFile::encodeName(anchorPath);
+    const QByteArray original = QFile::encodeName(request.original);
+    const QByteArray anchor = QFile::encodeName(request.anchor);
     if (!isStandard(original) || anchor.isEmpty())
         return Failed{RestoreFailure::other, EINVAL};
-    auto located = locate(QFile::encodeName(trashedPath), user);
+    auto located = locate(QFile::encodeName(request.trashedPath), user);
     if (const Failed *failed = std::get_if<Failed>(&located))
         return *failed;
     Entry entry = std::move(std::get<Entry>(located));
     if (!recordAgrees(entry, original))
         return Failed{RestoreFailure::recordMismatch};
-    return Prepared{std::move(entry), openDestination(anchor, original, createFolders),
-                    lastComponent(original)};
+    return Staged{std::move(entry), original, anchor, request.createFolders};
 }
 
 TrashRestore failedWith(const Failed &failed)
@@ -247,26 +249,53 @@ TrashRestore failedWith(const Failed &failed)
     return result;
 }
 
+TrashRestore land(const Staged &staged)
+{
+    const std::variant<Fd, Failed> destination =
+        openDestination(staged.anchor, staged.original, staged.createFolders);
+    if (const Failed *failed = std::get_if<Failed>(&destination))
+        return failedWith(*failed);
+    const Entry &entry = staged.entry;
+    const int folder = std::get<Fd>(destination).get();
+    if (const int error =
+            XdgTrash::renameNoReplace(entry.files.get(), entry.name.constData(), folder,
+                                      lastComponent(staged.original).constData())) {
+        struct stat st = {};
+        // ENOENT names either side; only a vanished entry means someone else took it.
+        const bool entryGone =
+            ::fstatat(entry.files.get(), entry.name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0;
+        if (error == ENOENT && !entryGone)
+            return failedWith({RestoreFailure::parentMissing, error});
+        return failedWith({failureOf(error), error});
+    }
+    TrashRestore result;
+    result.restored = true;
+    const QByteArray infoName = entry.name + ".trashinfo";
+    result.recordKept = ::unlinkat(entry.info.get(), infoName.constData(), 0) != 0;
+    return result;
+}
+
 } // namespace
 
 RestoreFailure checkRestore(const QString &trashedPath, const QString &original,
                             const QString &anchor, bool createFolders, const UserFolders &user)
 {
-    auto prepared = prepare(trashedPath, original, anchor, false, user);
-    if (const Failed *failed = std::get_if<Failed>(&prepared))
+    auto staged = stage({trashedPath, original, anchor, false}, user);
+    if (const Failed *failed = std::get_if<Failed>(&staged))
         return failed->failure;
-    const Prepared &p = std::get<Prepared>(prepared);
-    if (const Failed *failed = std::get_if<Failed>(&p.destination))
+    const Staged &s = std::get<Staged>(staged);
+    const std::variant<Fd, Failed> destination = openDestination(s.anchor, s.original, false);
+    if (const Failed *failed = std::get_if<Failed>(&destination))
         return createFolders && failed->failure == RestoreFailure::parentMissing &&
                        failed->errorCode == ENOENT
                    ? RestoreFailure::none // recreated on the way back
                    : failed->failure;
-    const int folder = std::get<Fd>(p.destination).get();
+    const int folder = std::get<Fd>(destination).get();
     struct stat st = {};
-    if (::fstatat(folder, p.name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0)
+    if (::fstatat(folder, lastComponent(s.original).constData(), &st, AT_SYMLINK_NOFOLLOW) == 0)
         return RestoreFailure::destinationExists;
     struct stat trash = {};
-    if (::fstat(folder, &st) == 0 && ::fstat(p.entry.files.get(), &trash) == 0 &&
+    if (::fstat(folder, &st) == 0 && ::fstat(s.entry.files.get(), &trash) == 0 &&
         st.st_dev != trash.st_dev)
         return RestoreFailure::crossDevice;
     return RestoreFailure::none;
@@ -275,28 +304,25 @@ RestoreFailure checkRestore(const QString &trashedPath, const QString &original,
 TrashRestore restoreFromTrash(const QString &trashedPath, const QString &original,
                               const QString &anchor, bool createFolders, const UserFolders &user)
 {
-    auto prepared = prepare(trashedPath, original, anchor, createFolders, user);
-    if (const Failed *failed = std::get_if<Failed>(&prepared))
+    auto staged = stage({trashedPath, original, anchor, createFolders}, user);
+    if (const Failed *failed = std::get_if<Failed>(&staged))
         return failedWith(*failed);
-    const Prepared &p = std::get<Prepared>(prepared);
-    if (const Failed *failed = std::get_if<Failed>(&p.destination))
-        return failedWith(*failed);
-    const int folder = std::get<Fd>(p.destination).get();
-    if (const int error = XdgTrash::renameNoReplace(p.entry.files.get(), p.entry.name.constData(),
-                                                    folder, p.name.constData())) {
-        struct stat st = {};
-        // ENOENT names either side; only a vanished entry means someone else took it.
-        const bool entryGone =
-            ::fstatat(p.entry.files.get(), p.entry.name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0;
-        if (error == ENOENT && !entryGone)
-            return failedWith({RestoreFailure::parentMissing, error});
-        return failedWith({failureOf(error), error});
-    }
-    TrashRestore result;
-    result.restored = true;
-    const QByteArray infoName = p.entry.name + ".trashinfo";
-    result.recordKept = ::unlinkat(p.entry.info.get(), infoName.constData(), 0) != 0;
-    return result;
+    return land(std::get<Staged>(staged));
+}
+
+// Finding an entry and reading its record cost as much as the rename and the record's
+// removal: the next entries are found on a second thread while this one goes back.
+void restoreAll(const QList<RestoreRequest> &requests, const UserFolders &user,
+                const Restored &restored)
+{
+    using Step = std::variant<Staged, Failed>;
+    constexpr qsizetype stagedAhead = 32; // a few held folders each
+    pipeline<Step>(
+        requests.size(), stagedAhead, [&](qsizetype i) { return stage(requests[i], user); },
+        [&](qsizetype i, Step step) {
+            const Failed *failed = std::get_if<Failed>(&step);
+            restored(i, failed ? failedWith(*failed) : land(std::get<Staged>(step)));
+        });
 }
 
 } // namespace Platform

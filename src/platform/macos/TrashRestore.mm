@@ -133,4 +133,15 @@ TrashRestore restoreFromTrash(const QString &trashedPath, const QString &origina
     return result;
 }
 
+// One by one: the file manager's moves are not worth splitting.
+void restoreAll(const QList<RestoreRequest> &requests, const UserFolders &user,
+                const Restored &restored)
+{
+    for (qsizetype i = 0; i < requests.size(); ++i) {
+        const RestoreRequest &request = requests[i];
+        restored(i, restoreFromTrash(request.trashedPath, request.original, request.anchor,
+                                     request.createFolders, user));
+    }
+}
+
 } // namespace Platform
