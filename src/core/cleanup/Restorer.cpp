@@ -64,10 +64,15 @@ Outcome judged(Outcome outcome, const Platform::TrashRestore &done)
     return outcome;
 }
 
-// Plain absolute paths only, and never into the Trash itself.
-bool acceptableOriginal(const QString &original, const System &system)
+// The folder no original may be in or be: the Trash itself.
+QString trashOf(const System &system)
 {
-    const QString trash = PathText::parentFolder(system.trashItemsFolder());
+    return PathText::parentFolder(system.trashItemsFolder());
+}
+
+// Plain absolute paths only, and never into the Trash itself.
+bool acceptableOriginal(const QString &original, const QString &trash)
+{
     return original.startsWith(u'/') && PathText::standardized(original) == original &&
            original != u"/" && original != trash && !original.startsWith(trash + u'/');
 }
@@ -112,10 +117,11 @@ QList<Move> restorable(const System &system)
     const Locations &where = system.where();
     QList<Move> result;
     QSet<QString> seen;
+    const QString trash = trashOf(system);
     for (const Move &move : logged(where)) {
         if (seen.contains(move.trashedPath))
             continue;
-        if (!acceptableOriginal(move.original, system))
+        if (!acceptableOriginal(move.original, trash))
             continue;
         const QString anchor = SafetyGuard::anchor(move.original, where);
         using F = Platform::RestoreFailure;
@@ -151,6 +157,7 @@ Result restore(const QList<Move> &moves, const System &system)
 {
     const Locations &where = system.where();
     Result result;
+    const QString trash = trashOf(system);
     result.items.reserve(moves.size());
     QList<Platform::RestoreRequest> requests;
     QList<qsizetype> requested; // the move behind each request
@@ -160,7 +167,7 @@ Result restore(const QList<Move> &moves, const System &system)
         outcome.original = move.original;
         outcome.trashedPath = move.trashedPath;
         outcome.shown = where.tilde(move.original);
-        if (!acceptableOriginal(move.original, system)) {
+        if (!acceptableOriginal(move.original, trash)) {
             result.items.append(refused(outcome, Refusal::badOriginal));
             continue;
         }

@@ -9,6 +9,9 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <map>
+#include <optional>
+#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <variant>
@@ -181,15 +184,17 @@ bool recordAgrees(const Entry &entry, const QByteArray &original)
     return false;
 }
 
-// The original's folder, reached from the anchor without a link; missing folders made
-// private when allowed.
-std::variant<Fd, Failed> openDestination(const QByteArray &anchor, const QByteArray &original,
-                                         bool createFolders)
+// The original's folder, reached without a link from the anchor, open as `base`; missing
+// folders made private when allowed.
+std::variant<Fd, Failed> openDestination(int base, const QByteArray &anchor,
+                                         const QByteArray &original, bool createFolders)
 {
     QByteArray relative;
+    if (base < 0)
+        return Failed{failureOf(errno), errno};
     if (!NoLinkPath::relativeTo(anchor, parentOf(original), &relative))
         return Failed{RestoreFailure::other, EINVAL};
-    Fd fd(NoLinkPath::openFolder(anchor, relative));
+    Fd fd(NoLinkPath::openBelow(base, relative));
     if (fd.get() >= 0)
         return fd;
     const int error = errno;
@@ -202,7 +207,7 @@ std::variant<Fd, Failed> openDestination(const QByteArray &anchor, const QByteAr
         return Failed{failureOf(error), error};
     if (!createFolders)
         return Failed{RestoreFailure::parentMissing, error};
-    fd = Fd(::open(anchor.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    fd = Fd(::fcntl(base, F_DUPFD_CLOEXEC, 0));
     for (const QByteArray &name : relative.split('/')) {
         if (fd.get() < 0)
             break;
@@ -215,15 +220,36 @@ std::variant<Fd, Failed> openDestination(const QByteArray &anchor, const QByteAr
     return fd;
 }
 
-// An entry whose record agrees, and where it goes back to: what can be known before the
-// items ahead of it are back. The way to the original's folder is taken only when the
-// move comes, since an earlier item may be that folder.
+// Anchors opened once for many restores (a link in an anchor itself is followed).
+class Anchors
+{
+public:
+    // The anchor's descriptor, or -1 with errno set (a failure is not kept).
+    int open(const QByteArray &anchor)
+    {
+        if (const auto known = m_open.find(anchor); known != m_open.end())
+            return known->second.get();
+        Fd fd(::open(anchor.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        const int raw = fd.get();
+        if (raw >= 0)
+            m_open.emplace(anchor, std::move(fd));
+        return raw;
+    }
+
+private:
+    std::map<QByteArray, Fd> m_open;
+};
+
+// An entry whose record agrees, and where it goes back to. The way to the original's folder
+// is taken ahead only when no item before it in the batch can be that folder or hold it;
+// otherwise at its turn, once those are back.
 struct Staged
 {
     Entry entry;
     QByteArray original;
     QByteArray anchor;
     bool createFolders = false;
+    std::optional<std::variant<Fd, Failed>> destination;
 };
 
 std::variant<Staged, Failed> stage(const RestoreRequest &request, const UserFolders &user)
@@ -238,7 +264,7 @@ std::variant<Staged, Failed> stage(const RestoreRequest &request, const UserFold
     Entry entry = std::move(std::get<Entry>(located));
     if (!recordAgrees(entry, original))
         return Failed{RestoreFailure::recordMismatch};
-    return Staged{std::move(entry), original, anchor, request.createFolders};
+    return Staged{std::move(entry), original, anchor, request.createFolders, std::nullopt};
 }
 
 TrashRestore failedWith(const Failed &failed)
@@ -249,10 +275,12 @@ TrashRestore failedWith(const Failed &failed)
     return result;
 }
 
-TrashRestore land(const Staged &staged)
+TrashRestore land(Staged &staged, Anchors &anchors)
 {
     const std::variant<Fd, Failed> destination =
-        openDestination(staged.anchor, staged.original, staged.createFolders);
+        staged.destination ? std::move(*staged.destination)
+                           : openDestination(anchors.open(staged.anchor), staged.anchor,
+                                             staged.original, staged.createFolders);
     if (const Failed *failed = std::get_if<Failed>(&destination))
         return failedWith(*failed);
     const Entry &entry = staged.entry;
@@ -284,7 +312,9 @@ RestoreFailure checkRestore(const QString &trashedPath, const QString &original,
     if (const Failed *failed = std::get_if<Failed>(&staged))
         return failed->failure;
     const Staged &s = std::get<Staged>(staged);
-    const std::variant<Fd, Failed> destination = openDestination(s.anchor, s.original, false);
+    Anchors anchors;
+    const std::variant<Fd, Failed> destination =
+        openDestination(anchors.open(s.anchor), s.anchor, s.original, false);
     if (const Failed *failed = std::get_if<Failed>(&destination))
         return createFolders && failed->failure == RestoreFailure::parentMissing &&
                        failed->errorCode == ENOENT
@@ -307,7 +337,8 @@ TrashRestore restoreFromTrash(const QString &trashedPath, const QString &origina
     auto staged = stage({trashedPath, original, anchor, createFolders}, user);
     if (const Failed *failed = std::get_if<Failed>(&staged))
         return failedWith(*failed);
-    return land(std::get<Staged>(staged));
+    Anchors anchors;
+    return land(std::get<Staged>(staged), anchors);
 }
 
 // Finding an entry and reading its record cost as much as the rename and the record's
@@ -317,11 +348,30 @@ void restoreAll(const QList<RestoreRequest> &requests, const UserFolders &user,
 {
     using Step = std::variant<Staged, Failed>;
     constexpr qsizetype stagedAhead = 32; // a few held folders each
+    Anchors stagerAnchors, landerAnchors; // each thread its own
+    std::set<QByteArray> earlier;         // originals of the requests staged so far
+    const auto behindEarlier = [&](QByteArray folder) {
+        for (; folder.size() > 1; folder = parentOf(folder)) {
+            if (earlier.count(folder) != 0)
+                return true;
+        }
+        return false;
+    };
     pipeline<Step>(
-        requests.size(), stagedAhead, [&](qsizetype i) { return stage(requests[i], user); },
+        requests.size(), stagedAhead,
+        [&](qsizetype i) {
+            Step step = stage(requests[i], user);
+            if (Staged *s = std::get_if<Staged>(&step)) {
+                if (!behindEarlier(parentOf(s->original)))
+                    s->destination = openDestination(stagerAnchors.open(s->anchor), s->anchor,
+                                                     s->original, s->createFolders);
+                earlier.insert(s->original);
+            }
+            return step;
+        },
         [&](qsizetype i, Step step) {
-            const Failed *failed = std::get_if<Failed>(&step);
-            restored(i, failed ? failedWith(*failed) : land(std::get<Staged>(step)));
+            Staged *staged = std::get_if<Staged>(&step);
+            restored(i, staged ? land(*staged, landerAnchors) : failedWith(std::get<Failed>(step)));
         });
 }
 
