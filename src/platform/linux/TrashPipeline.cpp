@@ -14,8 +14,9 @@ namespace Platform {
 void TrashBatch::moveAll(const QList<TrashRequest> &requests, const Moved &moved)
 {
     using Step = std::variant<XdgTrash::Staged, TrashMove>; // staged, or failed already
-    // Enough to ride over an uneven item; few enough that the held folders stay a handful.
-    constexpr qsizetype stagedAhead = 32;
+    // Enough to ride over an uneven item; few, as each holds a folder open and a process
+    // killed meanwhile leaves their records without items.
+    constexpr qsizetype stagedAhead = 16;
     pipeline<Step>(
         requests.size(), stagedAhead,
         [&](qsizetype i) {

@@ -347,7 +347,7 @@ void restoreAll(const QList<RestoreRequest> &requests, const UserFolders &user,
                 const Restored &restored)
 {
     using Step = std::variant<Staged, Failed>;
-    constexpr qsizetype stagedAhead = 32; // a few held folders each
+    constexpr qsizetype stagedAhead = 16; // each holds up to three folders open
     Anchors stagerAnchors, landerAnchors; // each thread its own
     std::set<QByteArray> earlier;         // originals of the requests staged so far
     const auto behindEarlier = [&](QByteArray folder) {
