@@ -149,11 +149,16 @@ private Q_SLOTS:
         clean(names, system);
         const QList<Move> moves = Restorer::restorable(system);
         QCOMPARE(moves.size(), names.size());
-        // Each move asked twice in one go: the second finds its entry gone, in its place.
-        const Restorer::Result result = Restorer::restore(moves + moves, system);
+        // After one that names no place, each move asked twice in one go: the second finds
+        // its entry gone. Every outcome in its place.
+        Move nowhere = moves.first();
+        nowhere.original = u"relative"_s;
+        const Restorer::Result result = Restorer::restore(QList{nowhere} + moves + moves, system);
         QCOMPARE(result.count, names.size());
         for (qsizetype i = 0; i < result.items.size(); ++i)
-            QCOMPARE(result.items[i].kind, i < names.size() ? Kind::restored : Kind::gone);
+            QCOMPARE(result.items[i].kind, i == 0              ? Kind::refused
+                                           : i <= names.size() ? Kind::restored
+                                                               : Kind::gone);
         QCOMPARE(snapshot(work()), before);
         QCOMPARE(QDir(trash(u"info"_s)).entryList(anyEntry), QStringList());
         const QStringList log = lines(m_home.where().removalLog());
