@@ -64,7 +64,8 @@ public:
     // caller's thread right after each move, before the next item lands. Meanwhile, on
     // Linux, a second thread locates the next few items and writes their Trash records
     // ahead, which is half of what a move costs; a record whose item then cannot move is
-    // taken out again, so the Trash ends as the moves one by one would leave it.
+    // taken out again, so the Trash ends as the moves one by one would leave it. An item
+    // inside an earlier item of the batch is located only at its turn.
     using Moved = std::function<void(qsizetype index, const TrashMove &move)>;
     void moveAll(const QList<TrashRequest> &requests, const Moved &moved);
 

@@ -57,8 +57,9 @@ struct RestoreRequest
 
 // Every request restored as restoreFromTrash restores it, in their order: `restored` is
 // called in the caller's thread right after each, before the next item moves. On Linux a
-// second thread finds the next few entries and checks their records meanwhile; the way to
-// an original's folder is taken only at its turn, once the items before it are back.
+// second thread finds the next few entries, checks their records and opens their original
+// folders meanwhile; a folder that an earlier item is, or lies inside, is opened only at
+// its turn, once the items before it are back.
 using Restored = std::function<void(qsizetype index, const TrashRestore &result)>;
 void restoreAll(const QList<RestoreRequest> &requests, const UserFolders &user,
                 const Restored &restored);

@@ -253,6 +253,48 @@ private Q_SLOTS:
         QCOMPARE(entries(info()).size(), moved); // the moved ones' records, no more
     }
 
+    // Items inside earlier items of the batch go with them, as one move after another finds
+    // them: missing, and the folder in the Trash keeps what it held. Behind ten others, so
+    // that they are due long before the folder or link holding them has moved.
+    void batchLeavesWhatEarlierItemsHold()
+    {
+        build(home(u"work"_s), {u"d/inner"_s, u"real/x"_s, u"link>~/work/real"_s});
+        QList<Platform::TrashRequest> requests;
+        for (int i = 0; i < 10; ++i) {
+            build(home(u"work"_s), {u"f%1"_s.arg(i)});
+            requests.append({home(u"work/f%1"_s.arg(i)), u"/"_s});
+        }
+        for (const QString &name : {u"d"_s, u"d/inner"_s, u"link"_s, u"link/x"_s})
+            requests.append({home(u"work/"_s + name), u"/"_s});
+        QList<Platform::TrashMove> moves;
+        Platform::TrashBatch(user()).moveAll(
+            requests, [&](qsizetype, const auto &move) { moves.append(move); });
+        QCOMPARE(moves.at(11).failure, TrashFailure::missing);
+        QCOMPARE(moves.at(13).failure, TrashFailure::missing);
+        QCOMPARE(entries(files() + u"/d"_s), QStringList{u"inner"_s});
+        QCOMPARE(entries(files()).size() + entries(info()).size(), 24);
+    }
+
+    // Records written ahead, then taken by an emptying elsewhere while the batch was held up
+    // for over a second: written again before their items land.
+    void batchRewritesRecordsTakenMeanwhile()
+    {
+        QList<Platform::TrashRequest> requests;
+        for (int i = 0; i < 8; ++i) {
+            build(home(u"work"_s), {u"f%1"_s.arg(i)});
+            requests.append({home(u"work/f%1"_s.arg(i)), u"/"_s});
+        }
+        Platform::TrashBatch(user()).moveAll(requests, [&](qsizetype i, const auto &move) {
+            QVERIFY(move.moved);
+            QTest::qSleep(i ? 0 : 1100);
+            for (const QString &name : entries(info()))
+                QVERIFY(i || name == u"f0.trashinfo" || QFile::remove(info() + u'/' + name));
+        });
+        for (const Platform::TrashRequest &request : requests)
+            QCOMPARE(recorded(files() + request.path.mid(request.path.lastIndexOf(u'/'))),
+                     request.path);
+    }
+
     // The items' folder swapped for a link after the first move: what was staged before
     // still moves from the real folder, the rest is refused (or missing, while the swap was
     // half done); nothing behind the link moves.

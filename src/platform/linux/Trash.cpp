@@ -5,11 +5,10 @@
 #include "platform/linux/XdgTrashPaths.h"
 #include "platform/posix/Fd.h"
 
-#include <QDir>
 #include <QFile>
-#include <QList>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -67,27 +66,6 @@ bool isWithin(const QByteArray &path, const QByteArray &folder)
     return path == folder || path.startsWith(folder.endsWith('/') ? folder : folder + '/');
 }
 
-// Absolute, without ".", "..", empty components or trailing slashes: the form the guard
-// judged, so that "link/" names the link and ".." cannot climb out of a checked folder.
-QByteArray standardized(const QString &given)
-{
-    QByteArray raw = QFile::encodeName(given);
-    if (!raw.startsWith('/'))
-        raw = joined(QFile::encodeName(QDir::currentPath()), raw);
-    QList<QByteArray> parts;
-    for (const QByteArray &part : raw.split('/')) {
-        if (part.isEmpty() || part == ".")
-            continue;
-        if (part == "..") {
-            if (!parts.isEmpty())
-                parts.removeLast();
-            continue;
-        }
-        parts.append(part);
-    }
-    return '/' + parts.join('/');
-}
-
 // Creates `name` in `dirFd` exclusively and writes `text` in full. 0, or the errno; EEXIST
 // means the name is taken. A partly written file is removed again.
 int writeNewFile(int dirFd, const QByteArray &name, const QByteArray &text)
@@ -125,8 +103,8 @@ std::variant<Item, TrashMove> locate(const QString &given, const QString &anchor
     if (given.contains(QChar(u'\0')) || anchorText.contains(QChar(u'\0')))
         return failed(TrashFailure::other, EINVAL); // would shorten the path at the C boundary
 
-    const QByteArray path = standardized(given);
-    const QByteArray anchor = standardized(anchorText);
+    const QByteArray path = XdgTrash::standardized(given);
+    const QByteArray anchor = XdgTrash::standardized(anchorText);
     const QByteArray name = path.mid(path.lastIndexOf('/') + 1);
     QByteArray relative;
     if (name.isEmpty() || !NoLinkPath::relativeTo(anchor, XdgTrash::parentOf(path), &relative))
@@ -255,6 +233,7 @@ std::optional<TrashMove> TrashBatch::State::claim(Staged &staged, int firstAttem
         }
         if (error == 0) {
             staged.attempt = attempt - 1;
+            staged.written = std::chrono::steady_clock::now();
             return std::nullopt;
         }
         if (error != ENOENT)
@@ -269,7 +248,7 @@ std::variant<Staged, TrashMove> TrashBatch::State::stage(const QString &path, co
     std::variant<Item, TrashMove> located = locate(path, anchor, anchors);
     if (const TrashMove *failure = std::get_if<TrashMove>(&located))
         return *failure;
-    Staged staged{std::get<Item>(std::move(located)), nullptr, {}, 0, 0};
+    Staged staged{std::get<Item>(std::move(located)), nullptr, {}, 0, 0, {}};
     if (std::optional<TrashMove> failure = claim(staged, 1))
         return *failure;
     return staged;
@@ -277,8 +256,8 @@ std::variant<Staged, TrashMove> TrashBatch::State::stage(const QString &path, co
 
 std::optional<TrashMove> TrashBatch::State::restage(Staged &staged, Retry why)
 {
-    if (why == Retry::nameTaken)
-        return claim(staged, staged.attempt + 1);
+    if (why != Retry::trashGone)
+        return claim(staged, staged.attempt + (why == Retry::nameTaken ? 1 : 0));
     forget(staged.trash);
     staged.trash.reset();
     return claim(staged, 1);
@@ -288,6 +267,13 @@ std::variant<TrashMove, Retry> TrashBatch::State::land(const Staged &staged)
 {
     const Item &item = staged.item;
     const OpenTrash &trash = *staged.trash;
+    // An emptying elsewhere takes records without an item once they are two seconds older
+    // than its count: one written ahead and held up for a second is looked for first.
+    const QByteArray record = staged.stored + ".trashinfo";
+    struct stat st = {};
+    if (std::chrono::steady_clock::now() - staged.written > std::chrono::seconds(1) &&
+        ::fstatat(trash.info.get(), record.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+        return Retry::recordGone;
     const int error = XdgTrash::renameNoReplace(item.parent.get(), item.name.constData(),
                                                 trash.files.get(), staged.stored.constData());
     if (error == 0) {
@@ -296,11 +282,10 @@ std::variant<TrashMove, Retry> TrashBatch::State::land(const Staged &staged)
         move.trashedPath = QFile::decodeName(joined(trash.folder.path, "files/" + staged.stored));
         return move;
     }
-    ::unlinkat(trash.info.get(), (staged.stored + ".trashinfo").constData(), 0);
+    ::unlinkat(trash.info.get(), record.constData(), 0);
     if (error == EEXIST)
         return Retry::nameTaken;
     if (error == ENOENT) { // the item vanished, or the Trash did
-        struct stat st = {};
         if (::fstatat(item.parent.get(), item.name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
             return failed(TrashFailure::missing, error);
         return Retry::trashGone;

@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -54,12 +55,14 @@ struct Staged
     Item item;
     std::shared_ptr<OpenTrash> trash;
     QByteArray stored;
-    int attempt = 0;      // the storedName attempt that `stored` is
-    int preparations = 0; // how often a Trash was prepared for this item
+    int attempt = 0;                               // the storedName attempt that `stored` is
+    int preparations = 0;                          // how often a Trash was prepared for this item
+    std::chrono::steady_clock::time_point written; // the record
 };
 
-// Why a landing did not end the move: the name was taken in files/, or files/ is gone.
-enum class Retry { nameTaken, trashGone };
+// Why a landing did not end the move: the name was taken in files/, files/ is gone, or the
+// record is (an emptying takes records without an item once they are old enough).
+enum class Retry { nameTaken, trashGone, recordGone };
 
 } // namespace Platform::XdgTrash
 

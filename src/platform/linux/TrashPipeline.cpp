@@ -3,6 +3,7 @@
 #include "platform/posix/Pipeline.h"
 
 #include <mutex>
+#include <set>
 #include <utility>
 #include <variant>
 
@@ -10,24 +11,50 @@
 // file in info/) and the rename into files/. They lock different folders, so on a second
 // core the records of the next items are written while this one lands.
 namespace Platform {
+namespace {
+
+// An item below an earlier item of the batch: located at its turn, once that one has
+// moved, as one move after another would find it (gone with it, most likely). Staged
+// ahead, its folder would be held open and the item pulled out of the Trash.
+struct Deferred
+{
+};
+
+} // namespace
 
 void TrashBatch::moveAll(const QList<TrashRequest> &requests, const Moved &moved)
 {
-    using Step = std::variant<XdgTrash::Staged, TrashMove>; // staged, or failed already
+    using Step = std::variant<XdgTrash::Staged, TrashMove, Deferred>;
     // Enough to ride over an uneven item; few, as each holds a folder open and a process
     // killed meanwhile leaves their records without items.
     constexpr qsizetype stagedAhead = 16;
+    std::set<QByteArray> earlier; // the stager's: every request's path so far
+    const auto belowEarlier = [&](QByteArray path) {
+        while ((path = XdgTrash::parentOf(path)).size() > 1) {
+            if (earlier.count(path) != 0)
+                return true;
+        }
+        return false;
+    };
     pipeline<Step>(
         requests.size(), stagedAhead,
-        [&](qsizetype i) {
+        [&](qsizetype i) -> Step {
+            QByteArray path = XdgTrash::standardized(requests[i].path);
+            const bool later = belowEarlier(path);
+            earlier.insert(std::move(path));
+            if (later)
+                return Deferred{};
             const std::lock_guard lock(m_state->mutex);
-            return m_state->stage(requests[i].path, requests[i].anchor);
+            return std::visit([](auto &&staged) -> Step { return std::move(staged); },
+                              m_state->stage(requests[i].path, requests[i].anchor));
         },
         [&](qsizetype i, Step step) {
             if (const TrashMove *failure = std::get_if<TrashMove>(&step))
                 moved(i, *failure);
+            else if (XdgTrash::Staged *staged = std::get_if<XdgTrash::Staged>(&step))
+                moved(i, m_state->finish(std::move(*staged)));
             else
-                moved(i, m_state->finish(std::get<XdgTrash::Staged>(std::move(step))));
+                moved(i, move(requests[i].path, requests[i].anchor));
         });
 }
 

@@ -1,6 +1,7 @@
 #include "platform/linux/XdgTrashPaths.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QFile>
 #include <QtGlobal>
 
@@ -138,6 +139,25 @@ QByteArray parentOf(const QByteArray &path)
 {
     const qsizetype slash = path.lastIndexOf('/');
     return slash <= 0 ? QByteArray("/") : path.left(slash);
+}
+
+QByteArray standardized(const QString &given)
+{
+    QByteArray raw = QFile::encodeName(given);
+    if (!raw.startsWith('/'))
+        raw = joined(QFile::encodeName(QDir::currentPath()), raw);
+    QList<QByteArray> parts;
+    for (const QByteArray &part : raw.split('/')) {
+        if (part.isEmpty() || part == ".")
+            continue;
+        if (part == "..") {
+            if (!parts.isEmpty())
+                parts.removeLast();
+            continue;
+        }
+        parts.append(part);
+    }
+    return '/' + parts.join('/');
 }
 
 QByteArray homeTrashPath(const UserFolders &user)

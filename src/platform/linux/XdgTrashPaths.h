@@ -3,6 +3,7 @@
 #include "platform/Trash.h"
 
 #include <QByteArray>
+#include <QString>
 
 #include <optional>
 #include <sys/types.h>
@@ -67,5 +68,9 @@ QByteArray joined(const QByteArray &dir, const QByteArray &name);
 
 // The folder holding `path`; "/" for top-level entries and for "/" itself.
 QByteArray parentOf(const QByteArray &path);
+
+// Absolute, without ".", "..", empty components or trailing slashes: the form the guard
+// judged, so that "link/" names the link and ".." cannot climb out of a checked folder.
+QByteArray standardized(const QString &given);
 
 } // namespace Platform::XdgTrash
