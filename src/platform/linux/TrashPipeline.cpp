@@ -2,11 +2,7 @@
 #include "platform/linux/TrashBatchState.h"
 #include "platform/posix/Pipeline.h"
 
-#include <QFile>
-#include <QHashFunctions>
-
 #include <mutex>
-#include <unordered_set>
 #include <utility>
 #include <variant>
 
@@ -23,14 +19,6 @@ struct Deferred
 {
 };
 
-// Already in the form XdgTrash::standardized gives, as the clean-up's paths are.
-bool isStandard(const QByteArray &path)
-{
-    return path.startsWith('/') && !path.endsWith('/') && !path.endsWith("/.") &&
-           !path.endsWith("/..") && !path.contains("//") && !path.contains("/./") &&
-           !path.contains("/../");
-}
-
 } // namespace
 
 void TrashBatch::moveAll(const QList<TrashRequest> &requests, const Moved &moved)
@@ -39,25 +27,13 @@ void TrashBatch::moveAll(const QList<TrashRequest> &requests, const Moved &moved
     // Enough to ride over an uneven item; few, as each holds a folder open and a process
     // killed meanwhile leaves their records without items.
     constexpr qsizetype stagedAhead = 16;
-    // The stager's: a hash of every request's path so far. A collision only puts an item
-    // off to its turn, which is always safe.
-    std::unordered_set<size_t> earlier;
-    const auto belowEarlier = [&](const QByteArray &path) {
-        for (qsizetype slash = path.lastIndexOf('/'); slash > 0;
-             slash = path.lastIndexOf('/', slash - 1)) {
-            if (earlier.count(qHash(QByteArrayView(path.constData(), slash))) != 0)
-                return true;
-        }
-        return false;
-    };
+    EarlierPaths earlier; // the stager's: every request so far
     pipeline<Step>(
         requests.size(), stagedAhead,
         [&](qsizetype i) -> Step {
-            QByteArray path = QFile::encodeName(requests[i].path);
-            if (!isStandard(path))
-                path = XdgTrash::standardized(requests[i].path);
-            const bool later = belowEarlier(path);
-            earlier.insert(qHash(path));
+            const QByteArray path = XdgTrash::standardized(requests[i].path);
+            const bool later = earlier.holdOneOf(path);
+            earlier.add(path);
             if (later)
                 return Deferred{};
             const std::lock_guard lock(m_state->mutex);

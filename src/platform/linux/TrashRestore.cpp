@@ -11,7 +11,6 @@
 #include <fcntl.h>
 #include <map>
 #include <optional>
-#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <variant>
@@ -22,6 +21,7 @@
 namespace Platform {
 namespace {
 
+using XdgTrash::isStandard; // a log line that needs tidying was not written by us
 using XdgTrash::joined;
 using XdgTrash::parentOf;
 
@@ -31,18 +31,6 @@ constexpr qint64 kMaxRecordBytes = 64 * 1024;
 QByteArray lastComponent(const QByteArray &path)
 {
     return path.mid(path.lastIndexOf('/') + 1);
-}
-
-// Absolute, no empty, "." or ".." components, no trailing slash: a log line that needs
-// tidying was not written by us.
-bool isStandard(const QByteArray &path)
-{
-    if (!path.startsWith('/') || path == "/" || path.contains('\0'))
-        return false;
-    const QList<QByteArray> parts = path.mid(1).split('/');
-    return std::none_of(parts.begin(), parts.end(), [](const QByteArray &part) {
-        return part.isEmpty() || part == "." || part == "..";
-    });
 }
 
 RestoreFailure failureOf(int error)
@@ -349,23 +337,16 @@ void restoreAll(const QList<RestoreRequest> &requests, const UserFolders &user,
     using Step = std::variant<Staged, Failed>;
     constexpr qsizetype stagedAhead = 16; // each holds up to three folders open
     Anchors stagerAnchors, landerAnchors; // each thread its own
-    std::set<QByteArray> earlier;         // originals of the requests staged so far
-    const auto behindEarlier = [&](QByteArray folder) {
-        for (; folder.size() > 1; folder = parentOf(folder)) {
-            if (earlier.count(folder) != 0)
-                return true;
-        }
-        return false;
-    };
+    EarlierPaths earlier;                 // originals of the requests staged so far
     pipeline<Step>(
         requests.size(), stagedAhead,
         [&](qsizetype i) {
             Step step = stage(requests[i], user);
             if (Staged *s = std::get_if<Staged>(&step)) {
-                if (!behindEarlier(parentOf(s->original)))
+                if (!earlier.holdOneOf(s->original))
                     s->destination = openDestination(stagerAnchors.open(s->anchor), s->anchor,
                                                      s->original, s->createFolders);
-                earlier.insert(s->original);
+                earlier.add(s->original);
             }
             return step;
         },

@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QtGlobal>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -141,9 +142,21 @@ QByteArray parentOf(const QByteArray &path)
     return slash <= 0 ? QByteArray("/") : path.left(slash);
 }
 
+bool isStandard(const QByteArray &path)
+{
+    if (!path.startsWith('/') || path == "/" || path.contains('\0'))
+        return false;
+    const QList<QByteArray> parts = path.mid(1).split('/');
+    return std::none_of(parts.begin(), parts.end(), [](const QByteArray &part) {
+        return part.isEmpty() || part == "." || part == "..";
+    });
+}
+
 QByteArray standardized(const QString &given)
 {
     QByteArray raw = QFile::encodeName(given);
+    if (isStandard(raw)) // as the guard's paths are
+        return raw;
     if (!raw.startsWith('/'))
         raw = joined(QFile::encodeName(QDir::currentPath()), raw);
     QList<QByteArray> parts;

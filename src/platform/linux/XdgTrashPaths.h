@@ -73,4 +73,7 @@ QByteArray parentOf(const QByteArray &path);
 // judged, so that "link/" names the link and ".." cannot climb out of a checked folder.
 QByteArray standardized(const QString &given);
 
+// Already in that form, and neither "/" nor holding a NUL.
+bool isStandard(const QByteArray &path);
+
 } // namespace Platform::XdgTrash

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QByteArray>
+#include <QHashFunctions>
 #include <QtGlobal>
 
 #include <condition_variable>
@@ -7,6 +9,7 @@
 #include <functional>
 #include <mutex>
 #include <pthread.h>
+#include <unordered_set>
 #include <utility>
 
 namespace Platform {
@@ -72,5 +75,26 @@ void pipeline(qsizetype count, qsizetype ahead, const std::function<Staged(qsize
         land(i, queue.next());
     ::pthread_join(stager, nullptr);
 }
+
+// The paths of a batch's earlier items, for the stager to tell which item lies inside one
+// of them and so must wait for its turn rather than be worked on ahead. Kept as hashes: a
+// collision only makes an item wait, which is always safe. Paths are standardized.
+class EarlierPaths
+{
+public:
+    bool holdOneOf(const QByteArray &path) const
+    {
+        for (qsizetype slash = path.lastIndexOf('/'); slash > 0;
+             slash = path.lastIndexOf('/', slash - 1)) {
+            if (m_hashes.count(qHash(QByteArrayView(path.constData(), slash))) != 0)
+                return true;
+        }
+        return false;
+    }
+    void add(const QByteArray &path) { m_hashes.insert(qHash(path)); }
+
+private:
+    std::unordered_set<size_t> m_hashes;
+};
 
 } // namespace Platform
